@@ -1,0 +1,67 @@
+// Frame count <-> BCD time address conversion of the timecode support library.
+#include <gtest/gtest.h>
+
+#include "tcxlat.h"
+
+namespace {
+
+constexpr uint32_t kToString = 0x121200;  // frames-first byte string, BCD, 24-hour wrap
+constexpr uint32_t kToFrame = 0x200;
+
+uint32_t Bcd(uint32_t h, uint32_t m, uint32_t s, uint32_t f) {
+  auto b = [](uint32_t v) { return ((v / 10) << 4) | (v % 10); };
+  return b(f) << 24 | b(s) << 16 | b(m) << 8 | b(h);
+}
+
+TEST(Tcxlat, KnownAddresses) {
+  struct Case {
+    uint32_t rate, frame, h, m, s, f;
+  };
+  const Case cases[] = {
+      {0x08, 0, 0, 0, 0, 0},          {0x08, 24, 0, 0, 0, 24},        {0x08, 25, 0, 0, 1, 0},
+      {0x08, 90000, 1, 0, 0, 0},      {0x10, 2159999, 23, 59, 59, 24}, {0x00, 29, 0, 0, 0, 29},
+      {0x00, 1800, 0, 1, 0, 0},       {0x00, 2591999, 23, 59, 59, 29}, {0x01, 86400, 1, 0, 0, 0},
+      {0x80, 23, 0, 0, 0, 23},        {0x02, 1800, 0, 1, 0, 0},        {0x06, 1800, 0, 1, 0, 2},
+      {0x04, 1799, 0, 0, 59, 29},     {0x04, 17982, 0, 10, 0, 0},      {0x04, 17981, 0, 9, 59, 29},
+      {0x04, 3598, 0, 2, 0, 2},       {0x04, 107892, 1, 0, 0, 0},      {0x04, 2589407, 23, 59, 59, 29},
+  };
+  for (const Case &c : cases) {
+    uint8_t out[4] = {};
+    ASSERT_EQ(tc2String(c.frame, c.rate | kToString, out), 0);
+    const uint32_t word = Bcd(c.h, c.m, c.s, c.f);
+    EXPECT_EQ(out[0], word >> 24) << "rate " << c.rate << " frame " << c.frame;
+    EXPECT_EQ(out[1], (word >> 16) & 0xFF);
+    EXPECT_EQ(out[2], (word >> 8) & 0xFF);
+    EXPECT_EQ(out[3], word & 0xFF);
+    EXPECT_EQ(tc2Frame(word, c.rate | kToFrame), c.frame);
+  }
+}
+
+TEST(Tcxlat, RoundTripAndDayWrap) {
+  for (uint32_t rate : {0x00u, 0x01u, 0x04u, 0x08u}) {
+    const uint32_t perDay = rate == 0x04 ? 2589408 : tcNominalRate(rate) * 86400;
+    for (uint32_t n = 0; n < perDay; n += 997) {
+      uint8_t o[4];
+      ASSERT_EQ(tc2String(n, rate | kToString, o), 0);
+      const uint32_t word = uint32_t(o[0]) << 24 | o[1] << 16 | o[2] << 8 | o[3];
+      ASSERT_EQ(tc2Frame(word, rate | kToFrame), n) << "rate " << rate;
+      uint8_t w[4];
+      tc2String(n + perDay, rate | kToString, w);
+      ASSERT_EQ(0, memcmp(o, w, 4));
+    }
+  }
+}
+
+TEST(Tcxlat, RejectsBadWords) {
+  uint8_t out[4];
+  EXPECT_EQ(tc2String(0, 0x08, out), -1);
+  EXPECT_EQ(tc2String(0, 0x08 | kToString, nullptr), -1);
+  EXPECT_EQ(tc2Frame(Bcd(0, 0, 0, 0), 0x08), TCXLAT_INVALID);
+  EXPECT_EQ(tc2Frame(Bcd(0, 0, 0, 25), 0x08 | kToFrame), TCXLAT_INVALID);
+  EXPECT_EQ(tc2Frame(Bcd(0, 60, 0, 0), kToFrame), TCXLAT_INVALID);
+  EXPECT_EQ(tc2Frame(0x0A000000, kToFrame), TCXLAT_INVALID);
+  EXPECT_EQ(tc2Frame(Bcd(0, 1, 0, 0), 0x04 | kToFrame), TCXLAT_INVALID);   // skipped address
+  EXPECT_EQ(tc2Frame(Bcd(0, 10, 0, 0), 0x04 | kToFrame), 17982u);         // tenth minute kept
+}
+
+}  // namespace
