@@ -43,64 +43,31 @@ TEST(GeneratorTables, ShapesPeaksAndSymmetry) {
     uint32_t shape, rate;
     double amplitude;
     uint32_t length;
-    int16_t peak;
+    int16_t peak, first;  // largest entry and t[1]
   };
-  const Case cases[] = {
-      {AUDGEN_SHAPE_SINE, 48000, 1.0, 48000, 32767},     {AUDGEN_SHAPE_SINE, 44100, 0.5, 44100, 16383},
-      {AUDGEN_SHAPE_SQUARE, 48000, 0.5, 32768, 16383},   {AUDGEN_SHAPE_TRIANGLE, 48000, 1.0, 32768, 32767},
-      {AUDGEN_SHAPE_SAWTOOTH, 48000, 1.0, 32768, 32765}, {AUDGEN_SHAPE_SQUARE | AUDGEN_SHAPE_SAWTOOTH, 8000, 0.25, 32768, 8191},
-  };
-  for (const Case &c : cases) {
-    Gen g = Open(AUDGEN_TONE, 1000, Format(2, c.rate, 16), c.amplitude, c.shape);
+  for (const Case &c : {Case{AUDGEN_SHAPE_SINE, 48000, 1.0, 48000, 32767, 4},
+                        {AUDGEN_SHAPE_SINE, 44100, 0.5, 44100, 16383, 2},
+                        {AUDGEN_SHAPE_SQUARE, 48000, 0.5, 32768, 16383, 16383},
+                        {AUDGEN_SHAPE_TRIANGLE, 48000, 1.0, 32768, 32767, 3},
+                        {AUDGEN_SHAPE_SAWTOOTH, 48000, 1.0, 32768, 32765, 1},
+                        {AUDGEN_SHAPE_SQUARE | AUDGEN_SHAPE_SAWTOOTH, 8000, 0.25, 32768, 8191, 8191}}) {
+    // Right and left tables come from different shapes and amplitudes.
+    const WAVEFORMATEX f = Format(2, c.rate, 16);
+    Gen g(audGenOpen(AUDGEN_TONE, 1000, 0, 0, 0, AUDGEN_SHAPE_TRIANGLE, c.shape, &f, 0.1, c.amplitude, 0.0));
     const int16_t *t = g->leftTable;
     const uint32_t n = g->leftTableLength;
     ASSERT_EQ(n, c.length) << c.shape;
-    EXPECT_EQ(t[0], 0);
-    EXPECT_EQ(t[n / 2], 0);
-    int16_t hi = 0, lo = 0;
-    for (uint32_t i = 1; i < n; ++i) {
-      ASSERT_EQ(t[n - i], -t[i]) << "odd symmetry, shape " << c.shape << " i " << i;
-      hi = std::max(hi, t[i]);
-      lo = std::min(lo, t[i]);
-    }
-    EXPECT_EQ(hi, c.peak) << c.shape;
-    EXPECT_EQ(lo, -c.peak) << c.shape;
+    EXPECT_EQ(g->rightTableLength, 32768u);
+    EXPECT_TRUE(t[0] == 0 && t[n / 2] == 0) << c.shape;
+    EXPECT_EQ(t[1], c.first) << c.shape;
+    for (uint32_t i = 1; i < n; ++i) ASSERT_EQ(t[n - i], -t[i]) << "odd symmetry, shape " << c.shape << " i " << i;
+    EXPECT_EQ(*std::max_element(t, t + n), c.peak) << c.shape;
   }
-  // Square: full level right after each transition; sine within one step of the true curve.
-  Gen sq = Open(AUDGEN_TONE, 1000, Format(2, 48000, 16), 0.5, AUDGEN_SHAPE_SQUARE);
-  EXPECT_EQ(sq->leftTable[1], 16383);
-  EXPECT_EQ(sq->leftTable[32767], -16383);
-  EXPECT_EQ(sq->leftTable[16385], -16383);
   Gen sine = Open(AUDGEN_TONE, 1000, Format(2, 48000, 16));
-  for (uint32_t i = 0; i < 48000; ++i)
-    ASSERT_NEAR(sine->leftTable[i], 32767 * std::sin(2 * M_PI * i / 48000), 1.0) << i;
-  // A rate not divisible by 4 leaves entries no rule writes; they read as 0.
+  for (uint32_t i = 0; i < 48000; ++i) ASSERT_NEAR(sine->leftTable[i], 32767 * std::sin(2 * M_PI * i / 48000), 1.0);
+  // A rate not divisible by 4 leaves entries no quarter-wave rule writes; they read as 0.
   Gen odd = Open(AUDGEN_TONE, 1000, Format(2, 22050, 16));
   EXPECT_EQ(odd->leftTable[5513], 0);
-  EXPECT_GT(odd->leftTable[5512], 32000);
-}
-
-TEST(GeneratorTables, BuildersReplaceOneChannel) {
-  Gen g = Open(AUDGEN_TONE, 1000, Format(2, 48000, 16));
-  g->rightShape = AUDGEN_SHAPE_TRIANGLE;
-  buildRightWaveTable(g.get());
-  EXPECT_EQ(g->rightTableLength, 32768u);
-  EXPECT_EQ(g->leftTableLength, 48000u);
-  uint32_t n = 0;
-  std::unique_ptr<int16_t[]> t(buildSawToothTable(nullptr, 1.0, &n));
-  EXPECT_EQ(n, 32768u);
-  EXPECT_EQ(t[16383], 32765);
-  EXPECT_EQ(t[16385], -32765);
-}
-
-TEST(GeneratorTone, OneKilohertzReadsEveryThousandthEntry) {
-  Gen g = Open(AUDGEN_TONE, 1000, Format(2, 48000, 16));
-  const auto out = Fill(g.get(), 49);
-  for (uint32_t k = 0; k < 49; ++k) {
-    ASSERT_EQ(out[2 * k], g->leftTable[k % 48 * 1000]) << k;
-    ASSERT_EQ(out[2 * k + 1], out[2 * k]) << k;
-  }
-  EXPECT_EQ(g->leftPhase % 48000, 1000u) << "wrapped after 48 frames";
 }
 
 TEST(GeneratorTone, ConsecutiveOddFillsJoinWithoutAGap) {
@@ -200,7 +167,7 @@ TEST(GeneratorSweep, LinearStepsAndRestartAtTheEnd) {
     EXPECT_EQ(g->currentFrequency, 5000u);
     EXPECT_EQ(g->stepFramesDone, 9600u);
   }
-  // Under a second of sweep time: steps of 8 frames, no step count, so no increment.
+  // Under a second of sweep time: steps of 8 frames, a step count of 0, so no increment.
   Gen s = Open(AUDGEN_SWEEP | AUDGEN_SWEEP_LINEAR, 1000, Format(2, 48000, 16), 1.0, AUDGEN_SHAPE_SINE, 5000, 999, 5);
   Fill(s.get(), 30);
   EXPECT_EQ(s->currentFrequency, 1000u);
@@ -208,7 +175,7 @@ TEST(GeneratorSweep, LinearStepsAndRestartAtTheEnd) {
 }
 
 TEST(GeneratorSweep, GeometricStepsKeepTheWholeHertzBetweenCalls) {
-  // 100 -> 1000 Hz in 3 steps of 8000 frames: ratio 10^(1/3); the stored frequency is truncated.
+  // 100 -> 1000 Hz in 4 steps of 12000 frames: ratio 10^(1/3); the stored frequency is truncated.
   Gen g = Open(AUDGEN_SWEEP, 100, Format(2, 48000, 16), 1.0, AUDGEN_SHAPE_SINE, 1000, 1000, 4);
   const uint32_t seen[] = {100, 215, 463, 997, 100, 215};
   for (uint32_t want : seen) {
@@ -260,17 +227,12 @@ TEST(GeneratorNoise, RangesAndSpectrumShape) {
     for (size_t i = 0; i + 2 < v.size(); i += 2) num += double(v[i]) * v[i + 2], den += double(v[i]) * v[i];
     return num / den;
   };
-  for (const auto *v : {&w, &p}) {
-    for (size_t i = 0; i < v->size(); i += 2) {
-      // Left is the full-scale noise, right the same noise at half amplitude.
-      ASSERT_NEAR((*v)[i + 1], (*v)[i] / 2.0, 1.0) << i;
-    }
-  }
+  // Left is the full-scale noise, right the same noise at half amplitude.
+  for (const auto *v : {&w, &p})
+    for (size_t i = 0; i < v->size(); i += 2) ASSERT_NEAR((*v)[i + 1], (*v)[i] / 2.0, 1.0) << i;
   EXPECT_LT(std::fabs(lag1(w)), 0.05) << "white noise is uncorrelated";
   EXPECT_GT(lag1(p), 0.5) << "pink noise leans to low frequencies";
-  int16_t wmax = 0;
-  for (size_t i = 0; i < w.size(); i += 2) wmax = std::max<int16_t>(wmax, std::abs(w[i]));
-  EXPECT_GT(wmax, 32000);
+  EXPECT_GT(*std::max_element(w.begin(), w.end()), 32000) << "white noise spans the full scale";
   // Pink noise redraws 256 + 128 + ... + 2 = 510 values per 256 frames; white one per frame.
   std::srand(11);
   for (int i = 0; i < 510 * 2 + 300; ++i) std::rand();
