@@ -1,0 +1,247 @@
+// AV-sync pulse: burst shape, mixing, return codes, and detection equal to a direct correlation.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "kvaudio/avsync.h"
+#include "layout/avsync_internal.h"
+#include "test_util.h"
+
+namespace {
+
+using kvaudio::layout::AvSyncBurst;
+using kvaudio::layout::AvSyncChipLength;
+
+constexpr uint32_t kNone = 0xFFFFFFFF;
+const uint32_t kRates[] = {16000, 22050, 24000, 32000, 44100, 48000, 88200, 96000};
+
+struct Result {
+  uint32_t code;
+  uint32_t position;
+  double score;
+};
+
+// Detection as directly as it is defined: per start, per sample, the channel mean, then the sums.
+template <typename T>
+Result Direct(const std::vector<T> &in, uint32_t channels, uint32_t rate, double threshold) {
+  const std::vector<double> p = AvSyncBurst(rate);
+  double energy = 0.0;
+  for (double v : p) energy += v * v;
+  const size_t frames = in.size() / channels;
+  if (frames < p.size()) return {3, kNone, 0.0};
+  double best = -1.0;
+  uint32_t at = kNone;
+  for (size_t t = 0; t + p.size() <= frames; ++t) {
+    double c = 0.0, power = 0.0;
+    for (size_t j = 0; j < p.size(); ++j) {
+      double sum = 0.0;
+      for (size_t ch = 0; ch < channels; ++ch) sum += static_cast<double>(in[(t + j) * channels + ch]);
+      const double m = sum / static_cast<double>(channels);
+      c += m * p[j];
+      power += m * m;
+    }
+    if (power == 0.0) continue;
+    const double score = std::fabs(c) / std::sqrt(power * energy);
+    if (score > best) best = score, at = static_cast<uint32_t>(t);
+  }
+  if (at == kNone) return {2, kNone, 0.0};
+  if (best < (threshold > 0 ? threshold : 0.35)) return {2, kNone, best};
+  return {0, at, best};
+}
+
+template <typename T>
+Result Detect(const std::vector<T> &in, uint32_t channels, uint32_t rate, double threshold = 0.0) {
+  Result r{};
+  r.code = KVAudioAVSyncPulseDetect(in.data(), static_cast<uint32_t>(in.size() / channels), channels,
+                                    sizeof(T) * 8, rate, &r.position, &r.score, threshold);
+  return r;
+}
+
+// Equal codes, positions and bit patterns of the scores.
+::testing::AssertionResult Same(const Result &a, const Result &b) {
+  if (a.code == b.code && a.position == b.position && std::memcmp(&a.score, &b.score, sizeof(double)) == 0)
+    return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "code " << a.code << "/" << b.code << " position " << a.position
+                                       << "/" << b.position << " score " << a.score << "/" << b.score;
+}
+
+std::vector<int> Paths() { return kvaudio::frame::HostHasAvx2() ? std::vector<int>{0, 1} : std::vector<int>{0}; }
+
+template <typename T>
+std::vector<T> Noise(size_t samples, int shift, uint64_t seed) {
+  kvtest::Rng rng(seed);
+  std::vector<T> v(samples);
+  for (auto &s : v) s = static_cast<T>(static_cast<int64_t>(static_cast<int32_t>(rng.Next32())) >> shift);
+  return v;
+}
+
+TEST(AvSyncLength, PerRate) {
+  struct Case {
+    uint32_t rate, code, length;
+  };
+  for (const Case &c : {Case{48000, 0, 756}, {44100, 0, 693}, {16000, 0, 252}, {96000, 0, 1512}, {15999, 1, 0}, {0, 1, 0}}) {
+    uint32_t length = 77;
+    EXPECT_EQ(KVAudioAVSyncPulseGetLength(c.rate, &length), c.code) << c.rate;
+    EXPECT_EQ(length, c.length) << c.rate;
+  }
+  EXPECT_EQ(KVAudioAVSyncPulseGetLength(48000, nullptr), 1u);
+}
+
+TEST(AvSyncBurst, ChipSignsAndEnvelope) {
+  for (uint32_t rate : kRates) {
+    const auto p = AvSyncBurst(rate);
+    const size_t k = AvSyncChipLength(rate), length = p.size(), edge = rate / 1000;
+    ASSERT_EQ(length, 63 * k);
+    // p / sin(x) is the chip sign times the edge envelope: one sign per chip, 1 away from the ends.
+    std::vector<int> sign(63, 0);
+    for (size_t j = 1; j + 1 < length; ++j) {
+      const double s = std::sin(j * 30159.289474462013 / rate), env = p[j] / s;
+      if (std::fabs(s) < 1e-6) continue;
+      if (sign[j / k] == 0) sign[j / k] = env > 0 ? 1 : -1;
+      ASSERT_EQ(sign[j / k], env > 0 ? 1 : -1) << rate << " j " << j;
+      if (j >= edge && length - 1 - j >= edge) {
+        ASSERT_EQ(std::fabs(env), 1.0) << rate << " j " << j;
+      }
+    }
+    EXPECT_EQ(std::count(sign.begin(), sign.end(), 1), 32) << "maximal-length sequence, rate " << rate;
+    EXPECT_EQ(sign[0], -1);
+    EXPECT_TRUE(p[0] == 0.0 && p[length - 1] == 0.0);
+  }
+}
+
+// The burst mixed into `frames` periods of 3 channels holding `fill`, from period 5 on.
+template <typename T>
+std::vector<T> Mixed(uint32_t frames, int32_t amplitude, T fill) {
+  std::vector<T> buf(size_t{frames} * 3, fill);
+  EXPECT_EQ(KVAudioAVSyncPulseGenerate(buf.data(), frames, 3, sizeof(T) * 8, 48000, 5, amplitude), 0u);
+  return buf;
+}
+
+template <typename T>
+void ExpectMix(int32_t amplitude, double scale) {
+  const auto p = AvSyncBurst(48000);
+  const auto got = Mixed<T>(800, amplitude, 100);
+  for (size_t t = 0; t < 800; ++t) {
+    // Positive products round half up; negative ones take floor(v - 0.5), one below ceil(v - 0.5).
+    const double v = t >= 5 && t < 5 + p.size() ? p[t - 5] * scale : 0.0;
+    const int64_t want = 100 + static_cast<int64_t>(v >= 0 ? std::round(v) : std::floor(v - 0.5));
+    for (size_t ch = 0; ch < 3; ++ch) ASSERT_EQ(got[t * 3 + ch], want) << sizeof(T) * 8 << " bits, t " << t;
+  }
+}
+
+TEST(AvSyncGenerate, RoundsScalesAndSaturates) {
+  ExpectMix<int16_t>(0, 12000);
+  ExpectMix<int16_t>(-20000, 20000);
+  ExpectMix<int16_t>(40000, 32767);
+  ExpectMix<int32_t>(0, 0x30000000);
+  ExpectMix<int32_t>(INT32_MIN, 0x7FFFFFFF);
+  ExpectMix<int32_t>(7, 7);
+  // Near full scale the sum clamps instead of wrapping.
+  const auto high = Mixed<int16_t>(800, 0, 32000), low = Mixed<int16_t>(800, 0, -32000);
+  EXPECT_EQ(*std::max_element(high.begin(), high.end()), 32767);
+  EXPECT_GT(*std::min_element(high.begin(), high.end()), 0);
+  EXPECT_EQ(*std::min_element(low.begin(), low.end()), -32768);
+  const auto wide = Mixed<int32_t>(800, INT32_MAX, INT32_MAX - 5);
+  EXPECT_EQ(*std::max_element(wide.begin(), wide.end()), INT32_MAX);
+  EXPECT_GE(*std::min_element(wide.begin(), wide.end()), -5) << "at worst full scale below the fill";
+}
+
+TEST(AvSyncReturnCodes, GenerateAndDetect) {
+  std::vector<int16_t> buf(2 * 1000, 0);
+  int16_t *b = buf.data();
+  struct Case {
+    void *buffer;
+    uint32_t frames, channels, bits, rate, offset, code;
+  };
+  const Case gen[] = {
+      {nullptr, 1000, 2, 16, 48000, 0, 1}, {b, 1000, 0, 16, 48000, 0, 1},   {b, 1000, 2, 24, 48000, 0, 1},
+      {b, 1000, 2, 16, 15999, 0, 1},       {b, 1000, 2, 16, 48000, 244, 0}, {b, 1000, 2, 16, 48000, 245, 3},
+      {b, 1000, 2, 16, 48000, 1000, 3},    {b, 755, 2, 16, 48000, 0, 3},    {b, 1000, 2, 16, 48000, 0xFFFFFFFF, 3},
+  };
+  for (const Case &c : gen)
+    EXPECT_EQ(KVAudioAVSyncPulseGenerate(c.buffer, c.frames, c.channels, c.bits, c.rate, c.offset, 0), c.code)
+        << c.frames << " " << c.channels << " " << c.bits << " " << c.rate << " " << c.offset;
+
+  std::fill(buf.begin(), buf.end(), 0);
+  ASSERT_EQ(KVAudioAVSyncPulseGenerate(b, 1000, 2, 16, 48000, 0, 0), 0u);
+  const Case det[] = {
+      {nullptr, 1000, 2, 16, 48000, 0, 1}, {b, 1000, 0, 16, 48000, 0, 1}, {b, 1000, 2, 8, 48000, 0, 1},
+      {b, 1000, 2, 16, 8000, 0, 1},        {b, 755, 2, 16, 48000, 0, 3},  {b, 756, 2, 16, 48000, 0, 0},
+  };
+  for (const Case &c : det) {
+    uint32_t position = 5;
+    double score = 5;
+    EXPECT_EQ(KVAudioAVSyncPulseDetect(c.buffer, c.frames, c.channels, c.bits, c.rate, &position, &score, 0), c.code)
+        << c.frames << " " << c.channels << " " << c.bits << " " << c.rate;
+    EXPECT_EQ(position, c.code == 0 ? 0u : kNone);
+  }
+  double score = 5;
+  EXPECT_EQ(KVAudioAVSyncPulseDetect(b, 1000, 2, 16, 48000, nullptr, &score, 0), 1u);
+  EXPECT_EQ(score, 0.0);
+  uint32_t position = 0;
+  EXPECT_EQ(KVAudioAVSyncPulseDetect(b, 1000, 2, 16, 48000, &position, nullptr, 0), 0u) << "score is optional";
+}
+
+// Mixes a burst into noise (negated afterwards when `invert`), then finds it as the direct form does.
+template <typename T>
+void ExpectFound(uint32_t rate, uint32_t channels, uint32_t frames, uint32_t offset, bool invert) {
+  auto buf = Noise<T>(size_t{frames} * channels, sizeof(T) == 2 ? 22 : 8, rate + offset);
+  ASSERT_EQ(KVAudioAVSyncPulseGenerate(buf.data(), frames, channels, sizeof(T) * 8, rate, offset, 0), 0u);
+  if (invert) {
+    for (auto &s : buf) s = static_cast<T>(-s);
+  }
+  const Result want = Direct(buf, channels, rate, 0);
+  EXPECT_EQ(want.code, 0u);
+  EXPECT_EQ(want.position, offset) << rate;
+  EXPECT_GT(want.score, 0.95) << rate;
+  for (int path : Paths()) {
+    kvtest::ScopedAvx2 force(path);
+    EXPECT_TRUE(Same(Detect(buf, channels, rate), want)) << rate << " Hz, " << channels << " ch, path " << path;
+  }
+}
+
+TEST(AvSyncDetect, FindsGeneratedBurstsAsTheDirectFormDoes) {
+  for (uint32_t rate : kRates) ExpectFound<int16_t>(rate, 2, 2 * 63 * AvSyncChipLength(rate) + 41, 37, false);
+  ExpectFound<int32_t>(48000, 1, 1600, 0, false);
+  ExpectFound<int16_t>(48000, 6, 2000, 844, true);  // the burst ends at the last period
+  ExpectFound<int32_t>(44100, 3, 1800, 500, true);
+  ExpectFound<int16_t>(48000, 2, 5200, 4090, false);  // across a window of start positions
+}
+
+TEST(AvSyncDetect, RandomInputScoresAsTheDirectForm) {
+  for (uint64_t seed = 1; seed <= 4; ++seed) {
+    const uint32_t channels = static_cast<uint32_t>(seed), frames = 756 + 97 * static_cast<uint32_t>(seed);
+    const auto b16 = Noise<int16_t>(size_t{frames} * channels, 16, seed);
+    const auto b32 = Noise<int32_t>(size_t{frames} * channels, 0, seed);
+    for (double threshold : {1e-300, 0.0}) {
+      const Result w16 = Direct(b16, channels, 48000, threshold), w32 = Direct(b32, channels, 48000, threshold);
+      for (int path : Paths()) {
+        kvtest::ScopedAvx2 force(path);
+        EXPECT_TRUE(Same(Detect(b16, channels, 48000, threshold), w16)) << "seed " << seed;
+        EXPECT_TRUE(Same(Detect(b32, channels, 48000, threshold), w32)) << "seed " << seed;
+      }
+    }
+  }
+}
+
+TEST(AvSyncDetect, SilenceAndEqualScores) {
+  std::vector<int16_t> buf(4000, 0);
+  for (int path : Paths()) {
+    kvtest::ScopedAvx2 force(path);
+    EXPECT_TRUE(Same(Detect(buf, 2, 48000), {2, kNone, 0.0})) << "silence";
+  }
+  ASSERT_EQ(KVAudioAVSyncPulseGenerate(buf.data(), 4000, 1, 16, 48000, 3000, 0), 0u);
+  ASSERT_EQ(KVAudioAVSyncPulseGenerate(buf.data(), 4000, 1, 16, 48000, 1000, 0), 0u);
+  for (int path : Paths()) {
+    kvtest::ScopedAvx2 force(path);
+    const Result r = Detect(buf, 1, 48000);
+    EXPECT_EQ(r.position, 1000u);
+    EXPECT_TRUE(Same(r, Direct(buf, 1, 48000, 0)));
+    EXPECT_EQ(Detect(buf, 1, 48000, 1.5).code, 2u) << "threshold above any score";
+  }
+}
+
+}  // namespace

@@ -1,0 +1,108 @@
+// Format codes both ways, their deliberate non-inverses, header completion and error reports.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <set>
+#include <string>
+
+#include "kvaudio/format.h"
+
+namespace {
+
+constexpr uint32_t kNull = 0xA80A2005, kUnsupported = 0xA80A8003;
+
+WAVEFORMATEX Record(uint16_t channels, uint32_t rate, uint16_t bits) { return {1, channels, rate, 0, 0, bits, 0}; }
+
+static_assert(offsetof(WAVEFORMATEX, nSamplesPerSec) == 4 && offsetof(WAVEFORMATEX, nBlockAlign) == 12 &&
+              offsetof(WAVEFORMATEX, cbSize) == 16, "RIFF WAVE field offsets");
+
+TEST(GetFormatType, CodesAndErrors) {
+  struct Case {
+    uint16_t channels;
+    uint32_t rate;
+    uint16_t bits;
+    uint32_t code;
+  };
+  const Case cases[] = {
+      {1, 48000, 8, 0x50001000},  {2, 48000, 16, 0x8000},     {2, 96000, 24, 0xA0000},   {1, 24000, 16, 0x50000090},
+      {1, 24000, 8, kUnsupported}, {2, 48000, 12, 0x8000},     {6, 48000, 20, 0x9000},    {0, 48000, 32, 0xC000},
+      {1, 48000, 20, 0x5000E000}, {1, 44100, 24, 0xE00},      {2, 88200, 16, 0xC0},      {2, 88200, 24, 0xD0},
+      {1, 88200, 16, kUnsupported}, {2, 76800, 8, kUnsupported}, {2, 11127, 16, 0x8},     {1, 7418, 8, 0x50100000},
+      {1, 32000, 8, 0x51000000},  {2, 44000, 16, kUnsupported},
+  };
+  for (const Case &c : cases) {
+    const WAVEFORMATEX f = Record(c.channels, c.rate, c.bits);
+    EXPECT_EQ(audGetFormatType(&f), c.code) << c.channels << " ch " << c.rate << " Hz " << c.bits << " bits";
+  }
+}
+
+// Every combination with a code: setting the code and reading it back gives the same code (only
+// 0xC0, which sets 32 bits, reads back as 0xD0), and together they reach every code of the table.
+TEST(SetFormat, CodesRoundTripOverBothTables) {
+  std::set<uint32_t> codes;
+  for (uint32_t rate : {5563, 7418, 8000, 11025, 11127, 16000, 22050, 22254, 24000, 32000, 44100, 48000, 76800,
+                        88200, 96000, 12345}) {
+    for (uint16_t channels : {1, 2, 5}) {
+      for (uint16_t bits : {8, 12, 16, 20, 24, 32}) {
+        const WAVEFORMATEX in = Record(channels, rate, bits);
+        const uint32_t code = audGetFormatType(&in);
+        if (code == kUnsupported) continue;
+        WAVEFORMATEX out{};
+        out.cbSize = 9;
+        ASSERT_EQ(audSetFormat(code, &out), 0u) << std::hex << code;
+        EXPECT_EQ(out.wFormatTag, 1);
+        EXPECT_EQ(out.cbSize, 0);
+        EXPECT_EQ(out.nChannels == 1, channels == 1) << std::hex << code;
+        EXPECT_EQ(audGetFormatType(&out), code == 0xC0 ? 0xD0u : code) << std::hex << code;
+        codes.insert(code & 0x0FFFFFFF);
+      }
+    }
+  }
+  EXPECT_EQ(codes.size(), 48u);
+}
+
+TEST(SetFormat, DeliberateNonInversesAndFailures) {
+  WAVEFORMATEX f = Record(1, 48000, 20);  // wide mono reads as the 24-bit code
+  ASSERT_EQ(audSetFormat(audGetFormatType(&f), &f), 0u);
+  EXPECT_EQ(f.wBitsPerSample, 24);
+  f = Record(2, 22254, 16);  // a nearby rate reads as the common one
+  ASSERT_EQ(audSetFormat(audGetFormatType(&f), &f), 0u);
+  EXPECT_EQ(f.nSamplesPerSec, 22050u);
+  EXPECT_EQ(f.nAvgBytesPerSec, 0u) << "left to audUpdateHeader";
+  f.cbSize = 7;
+  for (uint32_t code : {0u, 0x3u, 0xE0u, 0x10000000u, 0x0FFFFFFFu}) {
+    EXPECT_EQ(audSetFormat(code, &f), kUnsupported) << std::hex << code;
+    EXPECT_EQ(f.cbSize, 0) << "cleared whatever the outcome";
+  }
+  EXPECT_EQ(f.nSamplesPerSec, 22050u);
+  EXPECT_EQ(audSetFormat(0x8000, nullptr), kNull);
+}
+
+TEST(UpdateHeader, ByteRateAndBlockAlign) {
+  struct Case {
+    uint16_t channels;
+    uint16_t bits;
+    uint32_t avg;
+    uint16_t align;
+  };
+  for (const Case &c : {Case{2, 24, 288000, 8}, {2, 16, 192000, 4}, {1, 8, 48000, 1}, {1, 24, 144000, 4},
+                        {0, 32, 0, 4}, {6, 20, 864000, 24}, {2, 12, 192000, 4}}) {
+    WAVEFORMATEX f = Record(c.channels, 48000, c.bits);
+    ASSERT_EQ(audUpdateHeader(&f), 0u);
+    EXPECT_EQ(f.nAvgBytesPerSec, c.avg) << c.channels << " ch " << c.bits << " bits";
+    EXPECT_EQ(f.nBlockAlign, c.align) << c.channels << " ch " << c.bits << " bits";
+  }
+  EXPECT_EQ(audUpdateHeader(nullptr), kNull);
+}
+
+TEST(FormatErrors, ReportedThroughTheErrorOutput) {
+  const WAVEFORMATEX f = Record(1, 24000, 8);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(audGetFormatType(&f), kUnsupported);
+  EXPECT_EQ(audGetFormatType(nullptr), kNull);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("audioUtil(0xA80A8003)"), std::string::npos) << log;
+  EXPECT_NE(log.find("audioUtil(0xA80A2005)"), std::string::npos) << log;
+}
+
+}  // namespace
