@@ -172,18 +172,19 @@ uint32_t ScanPlain(const typename S::Value *p, uint32_t from, uint32_t n, bool w
   return n;
 }
 
-// The kernel skips whole vectors without a crossing; the plain scan finishes from there.
+// The kernel searches whole vectors; when they hold no crossing the plain scan finishes the rest.
 template <typename S>
 uint32_t Scan(const typename S::Value *p, uint32_t from, uint32_t n, bool waitHigh) {
   constexpr uint32_t kFramesPerVector = 32 / (sizeof(typename S::Value) * S::kStride);
   if (n - from >= kFramesPerVector && KVAudioCPUHasAVX2()) {
+    const uint32_t wholeEnd = from + (n - from) / kFramesPerVector * kFramesPerVector;
+    const int threshold = waitHigh ? S::kHighAt : S::kLowBelow;
     if constexpr (sizeof(typename S::Value) == 1) {
-      from = kvaudio::ltc::FindCrossing8Avx2(p, from, n, S::kStride, S::kOffset,
-                                             waitHigh ? S::kHighAt : S::kLowBelow, waitHigh);
+      from = kvaudio::ltc::FindCrossing8Avx2(p, from, n, S::kStride, S::kOffset, threshold, waitHigh);
     } else {
-      from = kvaudio::ltc::FindCrossing16Avx2(p, from, n, S::kStride, S::kOffset,
-                                              waitHigh ? S::kHighAt : S::kLowBelow, waitHigh);
+      from = kvaudio::ltc::FindCrossing16Avx2(p, from, n, S::kStride, S::kOffset, threshold, waitHigh);
     }
+    if (from < wholeEnd) return from;
   }
   return ScanPlain<S>(p, from, n, waitHigh);
 }
