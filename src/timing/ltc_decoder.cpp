@@ -158,16 +158,24 @@ void TakeInterval(LtcDecoderState &d, int32_t len) {
   }
 }
 
+// The channel value of sample frame i; buffers need no alignment.
+template <typename S>
+int ChannelValue(const typename S::Value *p, uint32_t i) {
+  typename S::Value v;
+  std::memcpy(&v, p + static_cast<size_t>(i) * S::kStride + S::kOffset, sizeof v);
+  return v;
+}
+
 // Index of the first sample frame in [from, n) whose channel value meets the threshold that the
 // detector's state waits for; n when there is none.
 template <typename S>
 uint32_t ScanPlain(const typename S::Value *p, uint32_t from, uint32_t n, bool waitHigh) {
   if (waitHigh) {
     for (uint32_t i = from; i < n; ++i)
-      if (p[i * S::kStride + S::kOffset] >= S::kHighAt) return i;
+      if (ChannelValue<S>(p, i) >= S::kHighAt) return i;
   } else {
     for (uint32_t i = from; i < n; ++i)
-      if (p[i * S::kStride + S::kOffset] < S::kLowBelow) return i;
+      if (ChannelValue<S>(p, i) < S::kLowBelow) return i;
   }
   return n;
 }
