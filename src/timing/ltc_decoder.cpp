@@ -29,16 +29,21 @@ constexpr Limits SetUpLimits(uint32_t rate) {
           static_cast<int32_t>(0.25 * n + 0.5), static_cast<int32_t>(1.25 * n)};
 }
 
-constexpr LtcDecoderState InitialDecoder() {
-  constexpr uint32_t kRate = 44100;
-  constexpr Limits l = SetUpLimits(kRate);
-  LtcDecoderState d{};
-  d.current = &decoder.zx16;
-  d.sampleRate = kRate;
+// Stores the rate and the period estimate and limits derived from it.
+constexpr void SetRate(LtcDecoderState &d, uint32_t rate) {
+  const Limits l = SetUpLimits(rate);
+  d.sampleRate = rate;
   d.period = l.period;
   d.mid = l.mid;
   d.lo = l.lo;
   d.hi = l.hi;
+}
+
+// Load-time state: 16-bit mono at 44100 Hz.
+constexpr LtcDecoderState InitialDecoder() {
+  LtcDecoderState d{};
+  d.current = &decoder.zx16;
+  SetRate(d, 44100);
   return d;
 }
 
@@ -265,12 +270,7 @@ void SetUpDecoder(uint32_t rate, uint32_t bitsPerSample, int32_t stereo, int32_t
   if (rate == decoder.sampleRate) return;
   LtcDecoderState &d = decoder;
   d.current = DetectorFor(d, bitsPerSample == 8, stereo != 0, channel != 0);
-  d.sampleRate = rate;
-  const Limits l = SetUpLimits(rate);
-  d.period = l.period;
-  d.mid = l.mid;
-  d.lo = l.lo;
-  d.hi = l.hi;
+  SetRate(d, rate);
   d.current->Reset();
 }
 
