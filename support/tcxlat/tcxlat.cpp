@@ -11,12 +11,14 @@ struct Rate {
   bool drop;
 };
 
+// The rate byte is read as the LTC encoder reads it: 1 or 128 select 24 fps, 8 or 16 select 25,
+// every other value counts 30 frames a second (29.97 is counted as 30). Bit 0x4 can only occur
+// with a 30-frame count and selects drop-frame counting.
 Rate RateOf(uint32_t format) {
   const uint32_t f = format & TCXLAT_RATE_MASK;
-  if (f & 0x18u) return {25, false};
-  if (f & 0x81u) return {24, false};
-  if (f & 0x66u) return {30, (f & TCXLAT_DROP_FRAME) != 0};
-  return {30, false};
+  if (f == 0x01 || f == 0x80) return {24, false};
+  if (f == 0x08 || f == 0x10) return {25, false};
+  return {30, (f & TCXLAT_DROP_FRAME) != 0};
 }
 
 uint32_t FramesPerDay(Rate r) {

@@ -52,6 +52,20 @@ TEST(Tcxlat, RoundTripAndDayWrap) {
   }
 }
 
+// Every rate byte counts at the rate the LTC encoder sends it: whole-value matches for 24 and 25,
+// 30 for everything else, drop-frame exactly when bit 0x4 is set.
+TEST(Tcxlat, EveryRateByteMatchesTheEncoderTable) {
+  for (uint32_t r = 0; r < 256; ++r) {
+    const uint32_t fps = (r == 1 || r == 128) ? 24 : (r == 8 || r == 16) ? 25 : 30;
+    const bool drop = (r & 0x4) != 0;
+    EXPECT_EQ(tcNominalRate(r | 0xABCD00), fps) << "rate byte " << r;
+    uint8_t o[4];
+    ASSERT_EQ(tc2String(60 * fps, r | kToString, o), 0);
+    EXPECT_EQ(o[0], drop ? 0x02 : 0x00) << "rate byte " << r;
+    EXPECT_EQ(o[1] << 8 | o[2], 0x0001) << "rate byte " << r;
+  }
+}
+
 TEST(Tcxlat, RejectsBadWords) {
   uint8_t out[4];
   EXPECT_EQ(tc2String(0, 0x08, out), -1);

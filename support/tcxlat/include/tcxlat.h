@@ -10,11 +10,11 @@
 
 /*
  * Format word (u32):
- *   bits 0-7   rate flags: 0 = 30 fps; 0x01 or 0x80 = 24; 0x02, 0x04, 0x20 or 0x40 = 29.97;
- *              0x08 or 0x10 = 25. When several rate bits are set, 25 wins over 24, and 24 over 29.97.
- *              At 29.97, bit 0x04 selects drop-frame counting (SMPTE 12M: frame numbers 00 and 01
- *              are skipped at the start of every minute not divisible by ten); without it the
- *              count runs as at 30.
+ *   bits 0-7   rate byte, matched as a whole value: 0x01 or 0x80 = 24 fps; 0x08 or 0x10 = 25;
+ *              every other value (0 = 30; 0x02, 0x04, 0x20, 0x40 = 29.97; anything else) counts
+ *              30 frame numbers a second. Bit 0x04 selects drop-frame counting (SMPTE 12M: frame
+ *              numbers 00 and 01 are skipped at the start of every minute not divisible by ten);
+ *              without it the count runs as at 30.
  *   0x00000200 time addresses are exchanged as BCD (required by tc2Frame).
  *   0x00001000 the time address is written as a string of bytes (required by tc2String).
  *   0x00020000 frame counts wrap at 24 hours.
