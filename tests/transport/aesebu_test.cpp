@@ -1,0 +1,163 @@
+// AESEBU groups and blocks, and the packed 24-bit readers, against hand-placed bits.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "kvaudio/aes3.h"
+#include "test_util.h"
+
+namespace {
+
+// Places `width` bits of value LSB first from stream position q: byte q / 8, bit 7 - q % 8.
+void PutBits(uint8_t *group, int q, uint32_t value, int width) {
+  for (int b = 0; b < width; ++b, ++q)
+    if ((value >> b) & 1) group[q / 8] |= static_cast<uint8_t>(0x80 >> (q % 8));
+}
+
+TEST(AesebuRead, EachWidthFromHandBuiltGroups) {
+  // Two frames of a 4-channel stream; pair 1 is read. Control positions hold ones, ignored.
+  struct Case { int width, group, rightAt; };
+  for (const Case c : {Case{16, 5, 20}, Case{20, 6, 24}, Case{24, 7, 28}}) {
+    const uint32_t mask = (1u << c.width) - 1;
+    const uint32_t samples[2][2] = {{0xA5A5A5u & mask, 0x5A5A5Au & mask}, {mask, 1}};
+    std::vector<uint8_t> stream(2 * 2 * c.group, 0);
+    for (int f = 0; f < 2; ++f) {
+      uint8_t *g = stream.data() + (2 * f + 1) * c.group;
+      PutBits(g, 0, samples[f][0], c.width);
+      PutBits(g, c.width, 0xF, 4);
+      PutBits(g, c.rightAt, samples[f][1], c.width);
+      PutBits(g, c.rightAt + c.width, 0xF, 4);
+    }
+    std::vector<uint32_t> out(4);
+    const uint8_t *s = stream.data();
+    if (c.width == 16) {
+      std::vector<int16_t> out16(4);
+      KVAudioDeinterleave16AESEBUto16Stereo(s, out16.data(), 1, 4, 2);
+      for (int i = 0; i < 4; ++i) EXPECT_EQ(static_cast<uint16_t>(out16[i]), samples[i / 2][i % 2]);
+      KVAudioDeinterleave16AESEBUto32Stereo(s, out.data(), 1, 4, 2);
+    } else if (c.width == 20) {
+      KVAudioDeinterleave20AESEBUto32Stereo(s, out.data(), 1, 4, 2);
+    } else {
+      KVAudioDeinterleave24AESEBUto32Stereo(s, out.data(), 1, 4, 2);
+    }
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(out[i], samples[i / 2][i % 2] << (32 - c.width)) << c.width << " " << i;
+  }
+}
+
+TEST(AesebuWrite, BlockLayoutAndHeaderPhase) {
+  std::vector<uint32_t> stereo(2 * 400);
+  for (size_t i = 0; i < stereo.size(); ++i) stereo[i] = static_cast<uint32_t>(i * 0x01234567u) | 0xFF;
+  std::vector<uint8_t> blocks(1348 * 3, 0xEE);
+  blocks[0] = 0xF3;
+  EXPECT_EQ(KVAudioInterleave24toAESEBU24Stereo(blocks.data(), stereo.data(), 400, 0), 3072u);
+  EXPECT_EQ(blocks[0], 0x83);  // phase bits kept
+  EXPECT_EQ(blocks[1348], 0x80 | (0xEE & 7));
+  for (size_t b = 0; b < 2; ++b) {
+    const uint8_t *block = blocks.data() + b * 1348;
+    EXPECT_EQ(block[1], 192);
+    EXPECT_EQ(block[2], 0);
+    EXPECT_EQ(block[3], 0xFF);
+    for (size_t f = 0; f < 192; ++f) {
+      uint8_t expect[7] = {};
+      PutBits(expect, 0, stereo[2 * (b * 192 + f)] >> 8, 24);
+      PutBits(expect, 28, stereo[2 * (b * 192 + f) + 1] >> 8, 24);
+      ASSERT_EQ(std::memcmp(block + 4 + f * 7, expect, 7), 0) << b << " " << f;
+    }
+  }
+  EXPECT_EQ(blocks[2 * 1348], 0xEE);  // the remainder of 16 frames builds nothing
+
+  std::vector<uint8_t> untouched(1348, 0xEE);
+  EXPECT_EQ(KVAudioInterleave24toAESEBU24Stereo(untouched.data(), stereo.data(), 191, 1), 0u);
+  EXPECT_EQ(untouched, std::vector<uint8_t>(1348, 0xEE));
+  untouched[0] = 0x85;
+  KVAudioInterleave24toAESEBU24Stereo(untouched.data(), stereo.data(), 192, 1);
+  EXPECT_EQ(untouched[0], 0x80);  // resetPhase
+}
+
+TEST(AesebuRoundTrip, Stereo32ThroughBlocksTo24BitReader) {
+  const auto bytes = kvtest::RandomBytes(2 * 384 * 4, 3);
+  std::vector<uint32_t> stereo(2 * 384);
+  std::memcpy(stereo.data(), bytes.data(), bytes.size());
+  std::vector<uint8_t> blocks(2 * 1348);
+  ASSERT_EQ(KVAudioInterleave24toAESEBU24Stereo(blocks.data(), stereo.data(), 384, 1), 3072u);
+  for (size_t b = 0; b < 2; ++b) {
+    std::vector<uint32_t> out(2 * 192);
+    KVAudioDeinterleave24AESEBUto32Stereo(blocks.data() + b * 1348 + 4, out.data(), 0, 2, 192);
+    for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], stereo[b * 384 + i] & 0xFFFFFF00u) << i;
+  }
+}
+
+TEST(Packed24, ReadersPlaceBytesByEndianness) {
+  // Frames of 12 bytes; pair 1 at byte 6. Sample bytes 11 22 33 -> LE 0x33221100, BE 0x11223300.
+  for (int path = 0; path < 2; ++path) {
+    kvtest::ScopedAvx2 force(path);
+    std::vector<uint8_t> packed(12 * 20, 0);
+    for (size_t f = 0; f < 20; ++f) {
+      const uint8_t pair[6] = {0x11, 0x22, static_cast<uint8_t>(f), 0xAA, 0xBB, 0xCC};
+      std::memcpy(&packed[f * 12 + 6], pair, 6);
+    }
+    for (int be = 0; be < 2; ++be) {
+      std::vector<uint32_t> out(40);
+      KVAudioConvertAES324Stereoto32(out.data(), packed.data(), 20, be, 1, 12);
+      for (uint32_t f = 0; f < 20; ++f) {
+        EXPECT_EQ(out[2 * f], be ? 0x1122u << 16 | f << 8 : f << 24 | 0x2211u << 8);
+        EXPECT_EQ(out[2 * f + 1], be ? 0xAABBCC00u : 0xCCBBAA00u);
+      }
+      // Dual mono with stride 12: A offset by index * 6, B not offset.
+      KVAudioConvertAES324DualMonoto32(out.data(), packed.data(), packed.data() + 9, 20, be, 1, 12);
+      for (uint32_t f = 0; f < 20; ++f) {
+        EXPECT_EQ(out[2 * f], be ? 0x1122u << 16 | f << 8 : f << 24 | 0x2211u << 8);
+        EXPECT_EQ(out[2 * f + 1], be ? 0xAABBCC00u : 0xCCBBAA00u);
+      }
+    }
+  }
+}
+
+TEST(Packed24, ReinterleaversWriteOneChannelOnly) {
+  for (int path = 0; path < 2; ++path) {
+    kvtest::ScopedAvx2 force(path);
+    const size_t n = 35;
+    std::vector<uint8_t> packed(3 * n);
+    std::vector<int16_t> mono16(n);
+    std::vector<uint32_t> mono32(n);
+    for (size_t i = 0; i < n; ++i) {
+      packed[3 * i] = 1, packed[3 * i + 1] = 2, packed[3 * i + 2] = static_cast<uint8_t>(i);
+      mono16[i] = static_cast<int16_t>(-static_cast<int>(i));
+      mono32[i] = static_cast<uint32_t>(i) * 0x10001u;
+    }
+    for (uint32_t slot : {0u, 1u, 2u}) {
+      const size_t at = slot == 1, other = 1 - at;
+      std::vector<uint32_t> le(2 * n, 7), be(2 * n, 7), s32(2 * n, 7);
+      std::vector<int16_t> s16(2 * n, 7);
+      KVAudioReinterleaveAES3_24monoto32stereo(le.data(), packed.data(), slot, n);
+      KVAudioReinterleaveAES3_24monoto32stereo_BE(be.data(), packed.data(), slot, n);
+      KVAudioReinterleaveAES3_16monoto16stereo(mono16.data(), s16.data(), slot, n);
+      KVAudioReinterleaveAES3_32monoto32stereo(mono32.data(), s32.data(), slot, n);
+      for (uint32_t i = 0; i < n; ++i) {
+        EXPECT_EQ(le[2 * i + at], i << 24 | 0x0201u << 8);
+        EXPECT_EQ(be[2 * i + at], 0x0102u << 16 | i << 8);
+        EXPECT_EQ(s16[2 * i + at], mono16[i]);
+        EXPECT_EQ(s32[2 * i + at], mono32[i]);
+        EXPECT_EQ(le[2 * i + other] & be[2 * i + other] & s32[2 * i + other], 7u);
+        EXPECT_EQ(s16[2 * i + other], 7);
+      }
+    }
+  }
+}
+
+TEST(Packed24, MonoRunBothEndians) {
+  for (int path = 0; path < 2; ++path) {
+    kvtest::ScopedAvx2 force(path);
+    const uint8_t packed[] = {0x01, 0x02, 0x03, 0xFF, 0x00, 0x80};
+    uint32_t out[2];
+    KVAudioConvertAES324Monoto32(out, packed, 2, 0);
+    EXPECT_EQ(out[0], 0x03020100u);
+    EXPECT_EQ(out[1], 0x8000FF00u);
+    KVAudioConvertAES324Monoto32(out, packed, 2, 1);
+    EXPECT_EQ(out[0], 0x01020300u);
+    EXPECT_EQ(out[1], 0xFF008000u);
+  }
+}
+
+}  // namespace
