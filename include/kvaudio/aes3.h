@@ -102,6 +102,36 @@ KVAUDIO_API uint64_t KVAudioReinterleaveAES3_16monoto16stereo(const int16_t *mon
 KVAUDIO_API uint64_t KVAudioReinterleaveAES3_32monoto32stereo(const uint32_t *mono32, uint32_t *stereo32,
                                                               uint32_t slot, uint32_t count);
 
+/* ---- SMPTE 302M payloads ---------------------------------------------------------------------
+ * Header: the 302M header word stored little-endian: bits 4-5 = 1 (20-bit), 6-13 channel
+ * identification, 14-15 channel-count code (2/4/6/8 channels -> 0-3; other counts keep the old
+ * bits), 16-31 payload bytes frames * channels * 3. */
+
+/* 16-bit stereo to a 20-bit payload (sample << 4). Left at payload byte channelId * 2 of each
+ * frame, right (channels / 2) * 3 bytes later; frames are channels * 3 bytes apart. The header is
+ * written even for 0 frames; `reserved` is not read. Returns 0. */
+KVAUDIO_API uint64_t KVAudioInterleaveStereo16bitStereo_toAES_302_20bit(uint8_t *buffer, const int16_t *stereo16,
+                                                                         uint32_t channels, uint8_t channelId,
+                                                                         uint32_t reserved, uint32_t frames);
+/* As above from 32-bit stereo (the sample's bits 12-31); left at payload byte channelId * 4. */
+KVAUDIO_API uint64_t KVAudioInterleaveStereo32bitStereo_toAES_302_20bit(uint8_t *buffer, const uint32_t *stereo32,
+                                                                         uint32_t channels, uint8_t channelId,
+                                                                         uint32_t reserved, uint32_t frames);
+/* Pair channel / 2 of each frame of a 16-bit payload to 16-bit stereo. Returns 0. */
+KVAUDIO_API uint64_t KVAudioDeinterleaveAES_302_16bit_toStereo32(int16_t *stereo16, const uint8_t *buffer,
+                                                                  uint32_t channels, uint32_t channel,
+                                                                  uint32_t frames);
+/* The group at payload byte channel * 3 of each 20-bit frame to 32-bit stereo in bits 12-31. */
+KVAUDIO_API uint64_t KVAudioDeinterleaveAES_302_20bit_toStereo32(uint32_t *stereo32, const uint8_t *buffer,
+                                                                  uint32_t channels, uint32_t channel,
+                                                                  uint32_t frames);
+/* Pair channel / 2 of a 24-bit payload to 32-bit stereo, audio in bits 8-31. Kept on purpose:
+ * the right sample's four lowest audio bits are not read (its bits 8-11 are 0) and its bits 4-7
+ * carry the left subframe's V, U, C, F bits. Returns frames * channels * 4 (32 bits). */
+KVAUDIO_API uint64_t KVAudioDeinterleaveAES_302_24bit_toStereo32(uint32_t *stereo32, const uint8_t *buffer,
+                                                                  uint32_t channels, uint32_t channel,
+                                                                  uint32_t frames);
+
 #ifdef __cplusplus
 }
 #endif

@@ -5,15 +5,12 @@
 #include <vector>
 
 #include "kvaudio/aes3.h"
+#include "stream_bits.h"
 #include "test_util.h"
 
 namespace {
 
-// Places `width` bits of value LSB first from stream position q: byte q / 8, bit 7 - q % 8.
-void PutBits(uint8_t *group, int q, uint32_t value, int width) {
-  for (int b = 0; b < width; ++b, ++q)
-    if ((value >> b) & 1) group[q / 8] |= static_cast<uint8_t>(0x80 >> (q % 8));
-}
+using kvtest::PutBits;
 
 TEST(AesebuRead, EachWidthFromHandBuiltGroups) {
   // Two frames of a 4-channel stream; pair 1 is read. Control positions hold ones, ignored.
