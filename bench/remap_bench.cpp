@@ -1,8 +1,8 @@
 // Remap with a one-bit map and the stereo peak meter: kernel vs plain loop vs memcpy.
 // Range 0 is the buffer size in bytes, range 1 the path (0 plain, 1 kernel).
-#include <numeric>
 
 #include "bench_util.h"
+#include "kvaudio/peak.h"
 #include "kvaudio/remap.h"
 
 namespace {
@@ -26,6 +26,16 @@ void BM_Remap(benchmark::State &state) {
   kvaudio::frame::SetAvx2ForTesting(-1);
 }
 
+void BM_PeakStereo(benchmark::State &state) {
+  const size_t bytes = static_cast<size_t>(state.range(0));
+  kvbench::ForcePath(state, static_cast<int>(state.range(1)));
+  auto buf = kvbench::Filled(bytes);
+  for (auto _ : state)
+    benchmark::DoNotOptimize(audTestPeak16S(reinterpret_cast<const int16_t *>(buf.data()), static_cast<uint32_t>(bytes / 2)));
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
+  kvaudio::frame::SetAvx2ForTesting(-1);
+}
+
 const std::vector<std::vector<int64_t>> kArgs = {{kvbench::kSmall, kvbench::kLarge}, {0, 1}};
 
 BENCHMARK(kvbench::MemcpyBaseline)->Name("Remap/Memcpy")->Arg(kvbench::kSmall)->Arg(kvbench::kLarge);
@@ -35,5 +45,6 @@ BENCHMARK(BM_Remap<AudioRemap32Bit, 8, 4>)->Name("Remap/32Bit8ch")->ArgsProduct(
 BENCHMARK(BM_Remap<AudioRemap24Bit, 2, 3>)->Name("Remap/24Bit2ch")->ArgsProduct(kArgs);
 BENCHMARK(BM_Remap<AudioRemap16Bit, 2, 2>)->Name("Remap/16Bit2ch")->ArgsProduct(kArgs);
 BENCHMARK(BM_Remap<AudioRemap16Bit, 8, 2>)->Name("Remap/16Bit8ch")->ArgsProduct(kArgs);
+BENCHMARK(BM_PeakStereo)->Name("Peak/Stereo16")->ArgsProduct(kArgs);
 
 }  // namespace
