@@ -7,7 +7,7 @@
  * C, P; stream bit q lies in byte q / 8 at bit 7 - q % 8. 5, 6 or 7 bytes for W = 16, 20, 24.
  * Packed 24-bit: 3 bytes a sample; read into 32-bit samples left-justified (low byte 0).
  * Counts are frames (sample periods) unless stated; a count of 0 writes nothing but the header
- * of the writers that have one. No buffer needs any alignment. */
+ * of the writers that have one. Buffers need only the alignment of their element type. */
 #ifndef KVAUDIO_AES3_H
 #define KVAUDIO_AES3_H
 

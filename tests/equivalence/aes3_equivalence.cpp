@@ -10,59 +10,65 @@ using kvtest::Guarded;
 
 // One member run: bytes per frame of its one or two inputs (plus a fixed prefix such as a
 // header) and of its outputs; outputs start as canary bytes, so unwritten elements compare too.
+// Buffers sit at varied offsets that keep the alignment of their element type.
 struct Family {
   const char *name;
+  size_t inAlign;
   size_t inPrefix;
   size_t inBytes[2];
+  size_t outAlign;
   size_t outs;
   size_t outBytes;
   void (*run)(uint8_t *const *in, uint8_t *const *out, uint32_t n);
 };
 
+// An offset below 32 bytes that keeps `align`.
+size_t Offset(size_t raw, size_t align) { return raw % 32 / align * align; }
+
 template <typename T>
 T *As(uint8_t *p) { return reinterpret_cast<T *>(p); }
 
 const Family kFamilies[] = {
-    {"DeinterleaveAES316to16", 4, {32, 0}, 4, 4,
+    {"DeinterleaveAES316to16", 1, 4, {32, 0}, 2, 4, 4,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
        KVAudioDeinterleaveAES316to16(i[0], As<int16_t>(o[0]), As<int16_t>(o[1]), As<int16_t>(o[2]),
                                      As<int16_t>(o[3]), n);
      }},
-    {"Stereoto32LE", 0, {6, 0}, 1, 8,
+    {"Stereoto32LE", 1, 0, {6, 0}, 4, 1, 8,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioConvertAES324Stereoto32(As<uint32_t>(o[0]), i[0], n, 0, 0, 6); }},
-    {"Stereoto32BE", 0, {6, 0}, 1, 8,
+    {"Stereoto32BE", 1, 0, {6, 0}, 4, 1, 8,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioConvertAES324Stereoto32(As<uint32_t>(o[0]), i[0], n, 1, 0, 6); }},
-    {"DualMonoto32LE", 0, {3, 3}, 1, 8,
+    {"DualMonoto32LE", 1, 0, {3, 3}, 4, 1, 8,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
        KVAudioConvertAES324DualMonoto32(As<uint32_t>(o[0]), i[0], i[1], n, 0, 0, 3);
      }},
-    {"DualMonoto32BE", 0, {3, 3}, 1, 8,
+    {"DualMonoto32BE", 1, 0, {3, 3}, 4, 1, 8,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
        KVAudioConvertAES324DualMonoto32(As<uint32_t>(o[0]), i[0], i[1], n, 1, 0, 3);
      }},
-    {"Monoto32LE", 0, {3, 0}, 1, 4,
+    {"Monoto32LE", 1, 0, {3, 0}, 4, 1, 4,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioConvertAES324Monoto32(As<uint32_t>(o[0]), i[0], n, 0); }},
-    {"Monoto32BE", 0, {3, 0}, 1, 4,
+    {"Monoto32BE", 1, 0, {3, 0}, 4, 1, 4,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioConvertAES324Monoto32(As<uint32_t>(o[0]), i[0], n, 1); }},
-    {"Reinterleave24Left", 0, {3, 0}, 1, 8,
+    {"Reinterleave24Left", 1, 0, {3, 0}, 4, 1, 8,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioReinterleaveAES3_24monoto32stereo(As<uint32_t>(o[0]), i[0], 0, n); }},
-    {"Reinterleave24RightBE", 0, {3, 0}, 1, 8,
+    {"Reinterleave24RightBE", 1, 0, {3, 0}, 4, 1, 8,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
        KVAudioReinterleaveAES3_24monoto32stereo_BE(As<uint32_t>(o[0]), i[0], 1, n);
      }},
-    {"Reinterleave16Left", 0, {2, 0}, 1, 4,
+    {"Reinterleave16Left", 2, 0, {2, 0}, 2, 1, 4,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
        KVAudioReinterleaveAES3_16monoto16stereo(As<int16_t>(i[0]), As<int16_t>(o[0]), 0, n);
      }},
-    {"Reinterleave16Right", 0, {2, 0}, 1, 4,
+    {"Reinterleave16Right", 2, 0, {2, 0}, 2, 1, 4,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
        KVAudioReinterleaveAES3_16monoto16stereo(As<int16_t>(i[0]), As<int16_t>(o[0]), 1, n);
      }},
-    {"Reinterleave32Left", 0, {4, 0}, 1, 8,
+    {"Reinterleave32Left", 4, 0, {4, 0}, 4, 1, 8,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
        KVAudioReinterleaveAES3_32monoto32stereo(As<uint32_t>(i[0]), As<uint32_t>(o[0]), 0, n);
      }},
-    {"Reinterleave32Right", 0, {4, 0}, 1, 8,
+    {"Reinterleave32Right", 4, 0, {4, 0}, 4, 1, 8,
      [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
        KVAudioReinterleaveAES3_32monoto32stereo(As<uint32_t>(i[0]), As<uint32_t>(o[0]), 1, n);
      }},
@@ -79,13 +85,13 @@ TEST_P(Aes3Equivalence, SameBytesForEveryLength) {
     std::vector<uint8_t *> inPtrs;
     for (size_t k = 0; k < 2 && f.inBytes[k]; ++k) {
       const auto bytes = kvtest::RandomBytes(f.inPrefix + n * f.inBytes[k], n * 7919 + k + 1);
-      ins.emplace_back(bytes.size(), (misalign + 3 * k + 1) % 32);
+      ins.emplace_back(bytes.size(), Offset(misalign + 3 * k + 1, f.inAlign));
       std::copy(bytes.begin(), bytes.end(), ins.back().data());
     }
     for (auto &g : ins) inPtrs.push_back(g.data());
     std::vector<std::vector<Guarded>> outs(2);
     for (int path = 0; path < 2; ++path) {
-      for (size_t k = 0; k < f.outs; ++k) outs[path].emplace_back(n * f.outBytes, (misalign + 5 * k) % 32);
+      for (size_t k = 0; k < f.outs; ++k) outs[path].emplace_back(n * f.outBytes, Offset(misalign + 5 * k, f.outAlign));
       std::vector<uint8_t *> ptrs;
       for (auto &g : outs[path]) ptrs.push_back(g.data());
       kvtest::ScopedAvx2 force(path);
