@@ -45,6 +45,8 @@ BENCHMARK(BM_Remap<AudioRemap32Bit, 8, 4>)->Name("Remap/32Bit8ch")->ArgsProduct(
 BENCHMARK(BM_Remap<AudioRemap24Bit, 2, 3>)->Name("Remap/24Bit2ch")->ArgsProduct(kArgs);
 BENCHMARK(BM_Remap<AudioRemap16Bit, 2, 2>)->Name("Remap/16Bit2ch")->ArgsProduct(kArgs);
 BENCHMARK(BM_Remap<AudioRemap16Bit, 8, 2>)->Name("Remap/16Bit8ch")->ArgsProduct(kArgs);
+BENCHMARK(BM_Remap<AudioRemap16Bit, 16, 2>)->Name("Remap/16Bit16ch")->ArgsProduct(kArgs);
+BENCHMARK(BM_Remap<AudioRemap32Bit, 16, 4>)->Name("Remap/32Bit16ch")->ArgsProduct(kArgs);
 BENCHMARK(BM_PeakStereo)->Name("Peak/Stereo16")->ArgsProduct(kArgs);
 
 }  // namespace

@@ -139,6 +139,20 @@ size_t RemapKernel(uint8_t *buffer, size_t sampleBytes, uint32_t channels, uint3
     for (int c = 0; c < 8; ++c) index[c] = static_cast<int32_t>(source[c]);
     return AudioRemap32Bit8Avx2(reinterpret_cast<uint32_t *>(buffer), samples, index);
   }
+  if (periodBytes == 32 || periodBytes == 64) {
+    const size_t vectors = periodBytes / 32;
+    uint8_t control[2 * 2 * 2 * 32];
+    for (size_t out = 0; out < periodBytes; ++out) {
+      const size_t within = out % sampleBytes;
+      const size_t from = source[out / sampleBytes] * sampleBytes + within;
+      const size_t j = out / 32, b = out % 32, order = (from % 32) / 16 != b / 16;
+      for (size_t i = 0; i < vectors; ++i)
+        for (size_t k = 0; k < 2; ++k)
+          control[((j * vectors + i) * 2 + k) * 32 + b] =
+              i == from / 32 && k == order ? static_cast<uint8_t>(from % 16) : 0x80;
+    }
+    return RemapCrossLaneAvx2(buffer, samples, vectors, control);
+  }
   if (periodBytes > 16) return 0;
   const size_t laneBytes = 16 / periodBytes * periodBytes;
   uint8_t control[16];

@@ -21,6 +21,23 @@ void StoreLanes(uint8_t *p, size_t laneBytes, __m256i v) {
   _mm_storeu_si128(reinterpret_cast<__m128i *>(p + laneBytes), _mm256_extracti128_si256(v, 1));
 }
 
+// One period of kVectors vectors: all loads first, so the work is in place.
+template <size_t kVectors>
+void CrossLanePeriod(uint8_t *period, const __m256i (&control)[2][2][2]) {
+  __m256i asLoaded[kVectors], swapped[kVectors], out[kVectors];
+  for (size_t i = 0; i < kVectors; ++i) {
+    asLoaded[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(period + 32 * i));
+    swapped[i] = _mm256_permute2x128_si256(asLoaded[i], asLoaded[i], 0x01);
+  }
+  for (size_t j = 0; j < kVectors; ++j) {
+    out[j] = _mm256_setzero_si256();
+    for (size_t i = 0; i < kVectors; ++i)
+      out[j] = _mm256_or_si256(out[j], _mm256_or_si256(_mm256_shuffle_epi8(asLoaded[i], control[j][i][0]),
+                                                       _mm256_shuffle_epi8(swapped[i], control[j][i][1])));
+  }
+  for (size_t j = 0; j < kVectors; ++j) _mm256_storeu_si256(reinterpret_cast<__m256i *>(period + 32 * j), out[j]);
+}
+
 }  // namespace
 
 // Lane pair: lane 0 from p, lane 1 from p + laneBytes. Bytes past laneBytes in a lane map to
@@ -47,6 +64,20 @@ size_t RemapLaneShuffleAvx2(uint8_t *buffer, size_t bytes, size_t laneBytes, con
     if (!more) return at;
     v = next;
   }
+}
+
+size_t RemapCrossLaneAvx2(uint8_t *buffer, size_t periods, size_t vectors, const uint8_t *control) {
+  __m256i c[2][2][2] = {};
+  for (size_t j = 0; j < vectors; ++j)
+    for (size_t i = 0; i < vectors; ++i)
+      for (size_t k = 0; k < 2; ++k)
+        c[j][i][k] = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(control + ((j * vectors + i) * 2 + k) * 32));
+  const size_t periodBytes = 32 * vectors;
+  for (size_t p = 0; p < periods; ++p) {
+    if (vectors == 1) CrossLanePeriod<1>(buffer + p * periodBytes, c);
+    else CrossLanePeriod<2>(buffer + p * periodBytes, c);
+  }
+  return periods;
 }
 
 size_t AudioRemap32Bit8Avx2(uint32_t *buffer, size_t periods, const int32_t index[8]) {

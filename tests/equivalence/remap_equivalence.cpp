@@ -32,7 +32,7 @@ class RemapEquivalence : public testing::TestWithParam<Width> {};
 TEST_P(RemapEquivalence, SameBytesForEveryShapeAndLength) {
   if (!kvaudio::frame::HostHasAvx2()) GTEST_SKIP() << "host without AVX2";
   const Width &w = GetParam();
-  for (uint32_t channels : {2u, 3u, 4u, 5u, 6u, 7u, 8u, 16u})
+  for (uint32_t channels : {2u, 3u, 4u, 5u, 6u, 7u, 8u, 16u, 32u})
     for (int extra = 0; extra < 3; ++extra)
       for (size_t n : kvtest::EquivalenceLengths()) {
         const auto map = RandomMap(channels, n * 31 + channels, extra);
