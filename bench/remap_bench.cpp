@@ -30,8 +30,8 @@ void BM_PeakStereo(benchmark::State &state) {
   const size_t bytes = static_cast<size_t>(state.range(0));
   kvbench::ForcePath(state, static_cast<int>(state.range(1)));
   auto buf = kvbench::Filled(bytes);
-  for (auto _ : state)
-    benchmark::DoNotOptimize(audTestPeak16S(reinterpret_cast<const int16_t *>(buf.data()), static_cast<uint32_t>(bytes / 2)));
+  const auto *words = reinterpret_cast<const int16_t *>(buf.data());
+  for (auto _ : state) benchmark::DoNotOptimize(audTestPeak16S(words, static_cast<uint32_t>(bytes / 2)));
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
   kvaudio::frame::SetAvx2ForTesting(-1);
 }

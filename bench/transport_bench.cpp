@@ -32,7 +32,9 @@ void BM_AES316to16(benchmark::State &state) {
 }
 
 void BM_Packed24Mono(benchmark::State &state) {
-  RunFrames(state, 3, 4, [](uint8_t *in, uint8_t *out, uint32_t n) { KVAudioConvertAES324Monoto32(As<uint32_t>(out), in, n, 0); });
+  RunFrames(state, 3, 4, [](uint8_t *in, uint8_t *out, uint32_t n) {
+    KVAudioConvertAES324Monoto32(As<uint32_t>(out), in, n, 0);
+  });
 }
 
 void BM_Packed24Stereo(benchmark::State &state) {

@@ -25,53 +25,40 @@ struct Family {
 // An offset below 32 bytes that keeps `align`.
 size_t Offset(size_t raw, size_t align) { return raw % 32 / align * align; }
 
-template <typename T>
-T *As(uint8_t *p) { return reinterpret_cast<T *>(p); }
+uint32_t *U32(uint8_t *p) { return reinterpret_cast<uint32_t *>(p); }
+int16_t *I16(uint8_t *p) { return reinterpret_cast<int16_t *>(p); }
+using In = uint8_t *const *;
+using Out = uint8_t *const *;
 
 const Family kFamilies[] = {
     {"DeinterleaveAES316to16", 1, 4, {32, 0}, 2, 4, 4,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
-       KVAudioDeinterleaveAES316to16(i[0], As<int16_t>(o[0]), As<int16_t>(o[1]), As<int16_t>(o[2]),
-                                     As<int16_t>(o[3]), n);
+     [](In i, Out o, uint32_t n) {
+       KVAudioDeinterleaveAES316to16(i[0], I16(o[0]), I16(o[1]), I16(o[2]), I16(o[3]), n);
      }},
     {"Stereoto32LE", 1, 0, {6, 0}, 4, 1, 8,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioConvertAES324Stereoto32(As<uint32_t>(o[0]), i[0], n, 0, 0, 6); }},
+     [](In i, Out o, uint32_t n) { KVAudioConvertAES324Stereoto32(U32(o[0]), i[0], n, 0, 0, 6); }},
     {"Stereoto32BE", 1, 0, {6, 0}, 4, 1, 8,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioConvertAES324Stereoto32(As<uint32_t>(o[0]), i[0], n, 1, 0, 6); }},
+     [](In i, Out o, uint32_t n) { KVAudioConvertAES324Stereoto32(U32(o[0]), i[0], n, 1, 0, 6); }},
     {"DualMonoto32LE", 1, 0, {3, 3}, 4, 1, 8,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
-       KVAudioConvertAES324DualMonoto32(As<uint32_t>(o[0]), i[0], i[1], n, 0, 0, 3);
-     }},
+     [](In i, Out o, uint32_t n) { KVAudioConvertAES324DualMonoto32(U32(o[0]), i[0], i[1], n, 0, 0, 3); }},
     {"DualMonoto32BE", 1, 0, {3, 3}, 4, 1, 8,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
-       KVAudioConvertAES324DualMonoto32(As<uint32_t>(o[0]), i[0], i[1], n, 1, 0, 3);
-     }},
+     [](In i, Out o, uint32_t n) { KVAudioConvertAES324DualMonoto32(U32(o[0]), i[0], i[1], n, 1, 0, 3); }},
     {"Monoto32LE", 1, 0, {3, 0}, 4, 1, 4,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioConvertAES324Monoto32(As<uint32_t>(o[0]), i[0], n, 0); }},
+     [](In i, Out o, uint32_t n) { KVAudioConvertAES324Monoto32(U32(o[0]), i[0], n, 0); }},
     {"Monoto32BE", 1, 0, {3, 0}, 4, 1, 4,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioConvertAES324Monoto32(As<uint32_t>(o[0]), i[0], n, 1); }},
+     [](In i, Out o, uint32_t n) { KVAudioConvertAES324Monoto32(U32(o[0]), i[0], n, 1); }},
     {"Reinterleave24Left", 1, 0, {3, 0}, 4, 1, 8,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) { KVAudioReinterleaveAES3_24monoto32stereo(As<uint32_t>(o[0]), i[0], 0, n); }},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_24monoto32stereo(U32(o[0]), i[0], 0, n); }},
     {"Reinterleave24RightBE", 1, 0, {3, 0}, 4, 1, 8,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
-       KVAudioReinterleaveAES3_24monoto32stereo_BE(As<uint32_t>(o[0]), i[0], 1, n);
-     }},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_24monoto32stereo_BE(U32(o[0]), i[0], 1, n); }},
     {"Reinterleave16Left", 2, 0, {2, 0}, 2, 1, 4,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
-       KVAudioReinterleaveAES3_16monoto16stereo(As<int16_t>(i[0]), As<int16_t>(o[0]), 0, n);
-     }},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_16monoto16stereo(I16(i[0]), I16(o[0]), 0, n); }},
     {"Reinterleave16Right", 2, 0, {2, 0}, 2, 1, 4,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
-       KVAudioReinterleaveAES3_16monoto16stereo(As<int16_t>(i[0]), As<int16_t>(o[0]), 1, n);
-     }},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_16monoto16stereo(I16(i[0]), I16(o[0]), 1, n); }},
     {"Reinterleave32Left", 4, 0, {4, 0}, 4, 1, 8,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
-       KVAudioReinterleaveAES3_32monoto32stereo(As<uint32_t>(i[0]), As<uint32_t>(o[0]), 0, n);
-     }},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_32monoto32stereo(U32(i[0]), U32(o[0]), 0, n); }},
     {"Reinterleave32Right", 4, 0, {4, 0}, 4, 1, 8,
-     [](uint8_t *const *i, uint8_t *const *o, uint32_t n) {
-       KVAudioReinterleaveAES3_32monoto32stereo(As<uint32_t>(i[0]), As<uint32_t>(o[0]), 1, n);
-     }},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_32monoto32stereo(U32(i[0]), U32(o[0]), 1, n); }},
 };
 
 class Aes3Equivalence : public testing::TestWithParam<Family> {};

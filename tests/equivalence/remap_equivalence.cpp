@@ -15,7 +15,8 @@ struct Width {
   size_t bytes;
 };
 
-const Width kWidths[] = {{"Remap32", AudioRemap32Bit, 4}, {"Remap24", AudioRemap24Bit, 3}, {"Remap16", AudioRemap16Bit, 2}};
+const Width kWidths[] = {
+    {"Remap32", AudioRemap32Bit, 4}, {"Remap24", AudioRemap24Bit, 3}, {"Remap16", AudioRemap16Bit, 2}};
 
 // A map of random single source bits; `extra` adds one mask the kernels must decline.
 std::vector<uint32_t> RandomMap(uint32_t channels, uint64_t seed, int extra) {

@@ -30,7 +30,8 @@ const Form kForms[] = {{"32", AudioRemap32Bit, AudioRemap32BitPairs, 4},
 std::vector<uint8_t> Pack(const std::vector<int32_t> &v, size_t bytes) {
   std::vector<uint8_t> out(v.size() * bytes);
   for (size_t i = 0; i < v.size(); ++i)
-    for (size_t b = 0; b < bytes; ++b) out[i * bytes + b] = static_cast<uint8_t>(static_cast<uint32_t>(v[i]) >> (8 * b));
+    for (size_t b = 0; b < bytes; ++b)
+      out[i * bytes + b] = static_cast<uint8_t>(static_cast<uint32_t>(v[i]) >> (8 * b));
   return out;
 }
 
@@ -76,7 +77,7 @@ TEST(Remap, RejectsAndReportsTooManyChannels) {
 }
 
 TEST(Remap, RoutesAveragesAndMutesOnBothPaths) {
-  // Four channels, two periods. Destinations: swap of 0/1, copy of 3, average of 0+1, mute...
+  // Each case: the map (its size is the channel count), the input periods and the result.
   struct Case { std::vector<uint32_t> map; std::vector<int32_t> in, out; };
   const Case cases[] = {
       {{2, 1}, {5, -6, 7, -8}, {-6, 5, -8, 7}},                              // stereo swap

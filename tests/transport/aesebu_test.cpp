@@ -85,75 +85,58 @@ TEST(AesebuRoundTrip, Stereo32ThroughBlocksTo24BitReader) {
   }
 }
 
-TEST(Packed24, ReadersPlaceBytesByEndianness) {
-  // Frames of 12 bytes; pair 1 at byte 6. Sample bytes 11 22 33 -> LE 0x33221100, BE 0x11223300.
-  for (int path = 0; path < 2; ++path) {
-    kvtest::ScopedAvx2 force(path);
-    std::vector<uint8_t> packed(12 * 20, 0);
-    for (size_t f = 0; f < 20; ++f) {
-      const uint8_t pair[6] = {0x11, 0x22, static_cast<uint8_t>(f), 0xAA, 0xBB, 0xCC};
-      std::memcpy(&packed[f * 12 + 6], pair, 6);
-    }
-    for (int be = 0; be < 2; ++be) {
-      std::vector<uint32_t> out(40);
-      KVAudioConvertAES324Stereoto32(out.data(), packed.data(), 20, be, 1, 12);
-      for (uint32_t f = 0; f < 20; ++f) {
-        EXPECT_EQ(out[2 * f], be ? 0x1122u << 16 | f << 8 : f << 24 | 0x2211u << 8);
-        EXPECT_EQ(out[2 * f + 1], be ? 0xAABBCC00u : 0xCCBBAA00u);
-      }
-      // Dual mono with stride 12: A offset by index * 6, B not offset.
-      KVAudioConvertAES324DualMonoto32(out.data(), packed.data(), packed.data() + 9, 20, be, 1, 12);
-      for (uint32_t f = 0; f < 20; ++f) {
-        EXPECT_EQ(out[2 * f], be ? 0x1122u << 16 | f << 8 : f << 24 | 0x2211u << 8);
-        EXPECT_EQ(out[2 * f + 1], be ? 0xAABBCC00u : 0xCCBBAA00u);
-      }
-    }
-  }
+// Sample j of a run whose 6-byte units are 11 22 u 00 00 00 (u the unit index): odd samples are 0,
+// even ones 0xuu221100 (little-endian) or 0x1122uu00 (big-endian).
+uint32_t Expect24(uint32_t j, bool be) {
+  const uint32_t u = j / 2;
+  return j % 2 ? 0 : be ? 0x11220000u | u << 8 : u << 24 | 0x221100u;
 }
 
-TEST(Packed24, ReinterleaversWriteOneChannelOnly) {
-  for (int path = 0; path < 2; ++path) {
-    kvtest::ScopedAvx2 force(path);
-    const size_t n = 35;
-    std::vector<uint8_t> packed(3 * n);
-    std::vector<int16_t> mono16(n);
-    std::vector<uint32_t> mono32(n);
-    for (size_t i = 0; i < n; ++i) {
-      packed[3 * i] = 1, packed[3 * i + 1] = 2, packed[3 * i + 2] = static_cast<uint8_t>(i);
-      mono16[i] = static_cast<int16_t>(-static_cast<int>(i));
-      mono32[i] = static_cast<uint32_t>(i) * 0x10001u;
-    }
-    for (uint32_t slot : {0u, 1u, 2u}) {
-      const size_t at = slot == 1, other = 1 - at;
-      std::vector<uint32_t> le(2 * n, 7), be(2 * n, 7), s32(2 * n, 7);
-      std::vector<int16_t> s16(2 * n, 7);
-      KVAudioReinterleaveAES3_24monoto32stereo(le.data(), packed.data(), slot, n);
-      KVAudioReinterleaveAES3_24monoto32stereo_BE(be.data(), packed.data(), slot, n);
-      KVAudioReinterleaveAES3_16monoto16stereo(mono16.data(), s16.data(), slot, n);
-      KVAudioReinterleaveAES3_32monoto32stereo(mono32.data(), s32.data(), slot, n);
-      for (uint32_t i = 0; i < n; ++i) {
-        EXPECT_EQ(le[2 * i + at], i << 24 | 0x0201u << 8);
-        EXPECT_EQ(be[2 * i + at], 0x0102u << 16 | i << 8);
-        EXPECT_EQ(s16[2 * i + at], mono16[i]);
-        EXPECT_EQ(s32[2 * i + at], mono32[i]);
-        EXPECT_EQ(le[2 * i + other] & be[2 * i + other] & s32[2 * i + other], 7u);
-        EXPECT_EQ(s16[2 * i + other], 7);
+TEST(Packed24, ReadersAndReinterleaversOnBothPaths) {
+  const uint32_t n = 35;
+  std::vector<uint8_t> packed(12 * n);  // 12-byte frames; packed[6 * i..] also forms a 6-byte run
+  for (uint32_t i = 0; i < 2 * n; ++i) packed[6 * i] = 0x11, packed[6 * i + 1] = 0x22, packed[6 * i + 2] = i & 0xFF;
+  for (int path = 0; path < 2; ++path)
+    for (uint32_t be = 0; be < 2; ++be) {
+      kvtest::ScopedAvx2 force(path);
+      std::vector<uint32_t> out(2 * n, 7);
+      KVAudioConvertAES324Monoto32(out.data(), packed.data(), n, be);
+      for (uint32_t j = 0; j < n; ++j) EXPECT_EQ(out[j], Expect24(j, be)) << j;
+      KVAudioConvertAES324Stereoto32(out.data(), packed.data(), n, be, 1, 12);  // pair at byte 6
+      for (uint32_t i = 0; i < 2 * n; ++i) EXPECT_EQ(out[i], Expect24(4 * (i / 2) + 2 + i % 2, be));
+      // Stride 12: only A is offset (to byte 6); B starts at its first byte.
+      KVAudioConvertAES324DualMonoto32(out.data(), packed.data(), packed.data(), n, be, 1, 12);
+      for (uint32_t i = 0; i < 2 * n; ++i) EXPECT_EQ(out[i], Expect24(4 * (i / 2) + 2 * (1 - i % 2), be));
+      for (uint32_t slot : {0u, 1u, 2u}) {
+        std::vector<uint32_t> stereo(4 * n, 7);
+        (be ? KVAudioReinterleaveAES3_24monoto32stereo_BE : KVAudioReinterleaveAES3_24monoto32stereo)(
+            stereo.data(), packed.data(), slot, 2 * n);
+        for (uint32_t i = 0; i < 2 * n; ++i) {
+          EXPECT_EQ(stereo[2 * i + (slot == 1)], Expect24(i, be));
+          EXPECT_EQ(stereo[2 * i + (slot != 1)], 7u);  // the other channel is not written
+        }
       }
     }
-  }
 }
 
-TEST(Packed24, MonoRunBothEndians) {
+TEST(Packed24, MonoCopiesIntoOneChannel) {
   for (int path = 0; path < 2; ++path) {
     kvtest::ScopedAvx2 force(path);
-    const uint8_t packed[] = {0x01, 0x02, 0x03, 0xFF, 0x00, 0x80};
-    uint32_t out[2];
-    KVAudioConvertAES324Monoto32(out, packed, 2, 0);
-    EXPECT_EQ(out[0], 0x03020100u);
-    EXPECT_EQ(out[1], 0x8000FF00u);
-    KVAudioConvertAES324Monoto32(out, packed, 2, 1);
-    EXPECT_EQ(out[0], 0x01020300u);
-    EXPECT_EQ(out[1], 0xFF008000u);
+    std::vector<int16_t> mono16(37);
+    std::vector<uint32_t> mono32(37);
+    for (size_t i = 0; i < 37; ++i) mono16[i] = static_cast<int16_t>(-3 * i), mono32[i] = 0x10001u * i;
+    for (uint32_t slot : {0u, 1u, 5u}) {
+      std::vector<int16_t> s16(74, 7);
+      std::vector<uint32_t> s32(74, 7);
+      KVAudioReinterleaveAES3_16monoto16stereo(mono16.data(), s16.data(), slot, 37);
+      KVAudioReinterleaveAES3_32monoto32stereo(mono32.data(), s32.data(), slot, 37);
+      for (size_t i = 0; i < 37; ++i) {
+        EXPECT_EQ(s16[2 * i + (slot == 1)], mono16[i]);
+        EXPECT_EQ(s32[2 * i + (slot == 1)], mono32[i]);
+        EXPECT_EQ(s16[2 * i + (slot != 1)], 7);
+        EXPECT_EQ(s32[2 * i + (slot != 1)], 7u);
+      }
+    }
   }
 }
 

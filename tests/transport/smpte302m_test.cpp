@@ -69,7 +69,8 @@ TEST(Smpte302RoundTrip, StereoThrough20BitPayload) {
   std::memcpy(in32.data(), bytes.data(), frames * 8);
   std::memcpy(in16.data(), bytes.data(), frames * 4);
   for (uint32_t channels : {2u, 4u, 6u, 8u}) {
-    std::vector<uint8_t> p16(4 + frames * channels * 3 + 3), p32 = p16;  // the last group read overhangs by 3 for 2 channels
+    // With 2 channels the last group read at channel 1 overhangs the payload by 3 bytes.
+    std::vector<uint8_t> p16(4 + frames * channels * 3 + 3), p32 = p16;
     KVAudioInterleaveStereo16bitStereo_toAES_302_20bit(p16.data(), in16.data(), channels, 0, 0, frames);
     KVAudioInterleaveStereo32bitStereo_toAES_302_20bit(p32.data(), in32.data(), channels, 0, 0, frames);
     // The right sample sits in channel channels / 2, read as that group's left sample.
