@@ -1,0 +1,145 @@
+// Channel remap: validation and messages, routing, averaging, sign extension and level words.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kvaudio/remap.h"
+#include "test_util.h"
+
+namespace {
+
+using RemapFn = uint32_t (*)(void *, uint32_t, uint32_t, uint32_t, const uint32_t *, uint32_t *, uint32_t *);
+using PairsFn = uint32_t (*)(void *const *, uint32_t, uint32_t, uint32_t, const uint32_t *, uint32_t *, uint32_t *);
+
+// One width of the family: its interleaved form, its Pairs form and bytes a sample.
+struct Form {
+  const char *name;
+  RemapFn interleaved;
+  PairsFn pairs;
+  size_t bytes;
+};
+
+const Form kForms[] = {{"32", AudioRemap32Bit, AudioRemap32BitPairs, 4},
+                       {"24", AudioRemap24Bit, AudioRemap24BitPairs, 3},
+                       {"16", AudioRemap16Bit, AudioRemap16BitPairs, 2}};
+
+// Samples as bytes of the width (little-endian, truncated) and back, sign-extended.
+std::vector<uint8_t> Pack(const std::vector<int32_t> &v, size_t bytes) {
+  std::vector<uint8_t> out(v.size() * bytes);
+  for (size_t i = 0; i < v.size(); ++i)
+    for (size_t b = 0; b < bytes; ++b)
+      out[i * bytes + b] = static_cast<uint8_t>(static_cast<uint32_t>(v[i]) >> (8 * b));
+  return out;
+}
+
+std::vector<int32_t> Unpack(const std::vector<uint8_t> &raw, size_t bytes) {
+  std::vector<int32_t> out(raw.size() / bytes);
+  for (size_t i = 0; i < out.size(); ++i) {
+    uint32_t u = 0;
+    for (size_t b = 0; b < bytes; ++b) u |= uint32_t{raw[i * bytes + b]} << (8 * b);
+    out[i] = static_cast<int32_t>(u << (32 - 8 * bytes)) >> (32 - 8 * bytes);
+  }
+  return out;
+}
+
+TEST(Remap, RejectsAndReportsTooManyChannels) {
+  const char *texts[3][2] = {{"AudioRemap32Bit", "AudioRemap32BitPairs"},
+                             {"AudioRemap24Bit", "AudioRemap24BitPairs"},
+                             {"AudioRemap16Bit", "AudioRemap32BitPairs"}};
+  std::vector<uint32_t> map(40, 1);
+  for (size_t f = 0; f < 3; ++f) {
+    std::vector<uint8_t> buf(40 * 4 * 4, 0x5A);
+    void *pairs[20] = {buf.data()};
+    const auto before = buf;
+    struct Args { uint32_t channels, check, samples; bool nullMap; uint32_t result; };
+    for (const Args a : {Args{0, 1, 4, false, 0}, Args{1, 1, 4, false, 0}, Args{2, 0, 4, false, 0},
+                         Args{2, 1, 0, false, 0}, Args{2, 1, 4, true, 0}, Args{33, 0, 4, false, 0}}) {
+      const uint32_t *m = a.nullMap ? nullptr : map.data();
+      EXPECT_EQ(kForms[f].interleaved(buf.data(), a.channels, a.check, a.samples, m, nullptr, nullptr), a.result);
+      EXPECT_EQ(kForms[f].pairs(pairs, a.channels, a.check, a.samples, m, nullptr, nullptr), a.result);
+    }
+    EXPECT_EQ(kForms[f].interleaved(nullptr, 2, 1, 4, map.data(), nullptr, nullptr), 0u);
+    void *nullPairs[1] = {nullptr};
+    EXPECT_EQ(kForms[f].pairs(nullPairs, 2, 1, 4, map.data(), nullptr, nullptr), 0u);
+    for (int form = 0; form < 2; ++form) {
+      testing::internal::CaptureStderr();
+      const uint32_t r = form ? kForms[f].pairs(pairs, 33, 1, 4, map.data(), nullptr, nullptr)
+                              : kForms[f].interleaved(buf.data(), 33, 1, 4, map.data(), nullptr, nullptr);
+      EXPECT_EQ(r, 0xFFFFFFFFu);
+      EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                std::string("ERROR(audRemapping): ") + texts[f][form] + " too many channels \n");
+    }
+    EXPECT_EQ(buf, before);
+  }
+}
+
+TEST(Remap, RoutesAveragesAndMutesOnBothPaths) {
+  // Each case: the map (its size is the channel count), the input periods and the result.
+  struct Case { std::vector<uint32_t> map; std::vector<int32_t> in, out; };
+  const Case cases[] = {
+      {{2, 1}, {5, -6, 7, -8}, {-6, 5, -8, 7}},                              // stereo swap
+      {{1, 1}, {5, -6, 7, -8}, {5, 5, 7, 7}},                                 // duplicate
+      {{3, 0}, {3, 4, -3, -4}, {3, 0, -3, 0}},                                // divide before adding; mute
+      {{7, 7, 4}, {-1, -1, -1, 9, 9, 9}, {0, 0, -1, 9, 9, 9}},                // each -1 / 3 truncates to 0
+      {{0x80000001u, 1}, {-9, 1, 7, 2}, {-4, -9, 3, 7}},                      // bit 31 reads silence
+  };
+  for (const Form &form : kForms)
+    for (int path = 0; path < 2; ++path)
+      for (const Case &c : cases) {
+        kvtest::ScopedAvx2 force(path);
+        const uint32_t channels = static_cast<uint32_t>(c.map.size());
+        auto buf = Pack(c.in, form.bytes);
+        const uint32_t periods = static_cast<uint32_t>(c.in.size() / channels);
+        EXPECT_EQ(form.interleaved(buf.data(), channels, 1, periods, c.map.data(), nullptr, nullptr), channels / 2);
+        EXPECT_EQ(Unpack(buf, form.bytes), c.out) << form.name << " path " << path;
+      }
+}
+
+TEST(Remap, TwentyFourBitSourcesAreSignExtended) {
+  // 0xFFFFFC is -4: (-4 / 2) + (-2 / 2) = -3 = 0xFFFFFD, with the byte above left alone.
+  std::vector<uint8_t> buf = {0xFC, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xAB};
+  const uint32_t map[] = {3, 1};
+  AudioRemap24Bit(buf.data(), 2, 1, 1, map, nullptr, nullptr);
+  EXPECT_EQ(buf, (std::vector<uint8_t>{0xFD, 0xFF, 0xFF, 0xFC, 0xFF, 0xFF, 0xAB}));
+}
+
+TEST(Remap, PairsFormWalksPairBuffers) {
+  for (const Form &form : kForms) {
+    auto p0 = Pack({1, 2, 10, 20}, form.bytes), p1 = Pack({3, 4, 30, 40}, form.bytes);
+    void *pairs[] = {p0.data(), p1.data()};
+    const uint32_t map[] = {8, 4, 1, 0x10};
+    EXPECT_EQ(form.pairs(pairs, 4, 1, 2, map, nullptr, nullptr), 2u);
+    EXPECT_EQ(Unpack(p0, form.bytes), (std::vector<int32_t>{4, 3, 40, 30}));
+    EXPECT_EQ(Unpack(p1, form.bytes), (std::vector<int32_t>{1, 0, 10, 0}));
+    void *half[] = {p0.data(), nullptr};  // a missing pair reads as silence
+    const uint32_t fromMissing[] = {4, 1, 1, 1};
+    form.pairs(half, 4, 1, 2, fromMissing, nullptr, nullptr);
+    EXPECT_EQ(Unpack(p0, form.bytes), (std::vector<int32_t>{0, 4, 0, 40}));
+  }
+}
+
+TEST(Remap, LevelWordsPerPair) {
+  // Identity map on 3 channels: pair 0 = channels 0, 1; pair 1 = channel 2 alone.
+  const std::vector<int32_t> in32 = {0x40000000, INT_MIN, 0x10000, -0x40000000, 0, -0x10000};
+  auto buf = Pack(in32, 4);
+  const uint32_t map[] = {1, 2, 4};
+  std::vector<uint32_t> peaks(4, 0xEEEEEEEE), rms(4, 0xEEEEEEEE);
+  EXPECT_EQ(AudioRemap32Bit(buf.data(), 3, 1, 2, map, peaks.data(), rms.data()), 1u);
+  // Peaks: 2^30 >> 15 = 0x8000; 2^31 limited to 0x7FFF0000 -> 0xFFFE; 0x10000 >> 15 = 2.
+  EXPECT_EQ(peaks, (std::vector<uint32_t>{0xFFFE8000u, 2, 0, 0xEEEEEEEE}));
+  // RMS: sqrt(2^60) >> 15 = 0x8000; sqrt(2^61) = 1518500249 >> 15 = 46340; sqrt(2^32) >> 15 = 2.
+  EXPECT_EQ(rms, (std::vector<uint32_t>{46340u << 16 | 0x8000u, 2, 0, 0xEEEEEEEE}));
+
+  // 16-bit levels follow the same rule with the sample left-justified: full scale reads 65534.
+  auto buf16 = Pack({32767, -16384, -32768, 0}, 2);
+  const uint32_t map16[] = {1, 2};
+  uint32_t peak16[2] = {9, 9};
+  AudioRemap16BitPairs(std::vector<void *>{buf16.data()}.data(), 2, 1, 2, map16, peak16, nullptr);
+  EXPECT_EQ(peak16[0], 65534u | 32768u << 16);
+  EXPECT_EQ(peak16[1], 0u);
+}
+
+}  // namespace
