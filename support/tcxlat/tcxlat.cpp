@@ -69,6 +69,7 @@ uint32_t tc2Frame(uint32_t bcdTime, uint32_t format) {
       !FromBcd(bcdTime >> 8, &minutes) || !FromBcd(bcdTime, &hours))
     return TCXLAT_INVALID;
   if (frames >= r.fps || seconds > 59 || minutes > 59) return TCXLAT_INVALID;
+  if (hours > 23 && !(format & TCXLAT_NO_WRAP)) return TCXLAT_INVALID;
   const uint32_t totalMinutes = hours * 60 + minutes;
   if (r.drop && seconds == 0 && frames < 2 && minutes % 10 != 0) return TCXLAT_INVALID;
   uint32_t n = (totalMinutes * 60 + seconds) * r.fps + frames;

@@ -1,7 +1,9 @@
 // The AVX2 decision over fake CPUID/XGETBV values, and the cache's forced states.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <set>
+#include <string>
 
 #include "frame/cpu.h"
 #include "test_util.h"
@@ -74,6 +76,13 @@ TEST(CpuDecision, XgetbvOnlyAfterOsxsave) {
   EXPECT_EQ(p.xgetbvCalls, 0);
 }
 
+// The no-AVX2 run sets KVAUDIO_EXPECT_AVX2=0 under an emulated CPU without AVX2.
+TEST(CpuCache, MatchesExpectedHost) {
+  const char *expected = std::getenv("KVAUDIO_EXPECT_AVX2");
+  if (!expected) GTEST_SKIP() << "no expectation set";
+  EXPECT_EQ(KVAudioCPUHasAVX2(), std::string(expected) == "1");
+}
+
 TEST(CpuCache, ForcedStatesAndRefill) {
   {
     kvtest::ScopedAvx2 off(0);
@@ -81,7 +90,7 @@ TEST(CpuCache, ForcedStatesAndRefill) {
   }
   {
     kvtest::ScopedAvx2 on(1);
-    EXPECT_TRUE(KVAudioCPUHasAVX2());
+    EXPECT_EQ(KVAudioCPUHasAVX2(), kvaudio::frame::HostHasAvx2());
   }
   EXPECT_EQ(KVAudioCPUHasAVX2(), kvaudio::frame::HostHasAvx2());
 }

@@ -62,6 +62,8 @@ TEST(Tcxlat, RejectsBadWords) {
   EXPECT_EQ(tc2Frame(0x0A000000, kToFrame), TCXLAT_INVALID);
   EXPECT_EQ(tc2Frame(Bcd(0, 1, 0, 0), 0x04 | kToFrame), TCXLAT_INVALID);   // skipped address
   EXPECT_EQ(tc2Frame(Bcd(0, 10, 0, 0), 0x04 | kToFrame), 17982u);         // tenth minute kept
+  EXPECT_EQ(tc2Frame(Bcd(25, 35, 35, 0), 0x10 | kToFrame), TCXLAT_INVALID);  // found by fuzzing
+  EXPECT_EQ(tc2Frame(Bcd(25, 0, 0, 0), 0x10 | kToFrame | TCXLAT_NO_WRAP), 25u * 90000);
 }
 
 }  // namespace

@@ -44,8 +44,8 @@ TCXLAT_API uint32_t tcNominalRate(uint32_t format);
 TCXLAT_API int32_t tc2String(uint32_t frameCount, uint32_t format, uint8_t out[4]);
 
 /* Returns the frame count of a BCD time word, or TCXLAT_INVALID when the format word lacks 0x200,
- * a digit is not BCD, a field is out of range (frames >= rate, seconds or minutes > 59), or the
- * address is one that drop-frame counting skips. */
+ * a digit is not BCD, a field is out of range (frames >= rate, seconds or minutes > 59, hours > 23
+ * unless 0x10000000 is set), or the address is one that drop-frame counting skips. */
 TCXLAT_API uint32_t tc2Frame(uint32_t bcdTime, uint32_t format);
 
 #ifdef __cplusplus
