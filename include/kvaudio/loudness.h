@@ -57,18 +57,23 @@ typedef struct s_ebu_r128 {
 } s_ebu_r128;
 
 #ifdef __cplusplus
-static_assert(sizeof(itu1770_filter) == 80, "itu1770_filter layout");
-static_assert(sizeof(ebu_r128_channel) == 192, "ebu_r128_channel layout");
-static_assert(sizeof(s_ebu_r128) == 80, "s_ebu_r128 layout");
-static_assert(offsetof(s_ebu_r128, channel) == 32, "s_ebu_r128 layout");
-static_assert(offsetof(s_ebu_r128, integratedLoudness) == 64, "s_ebu_r128 layout");
+#  define KVAUDIO_LOUDNESS_ASSERT(cond, msg) static_assert(cond, msg)
 #else
-_Static_assert(sizeof(itu1770_filter) == 80, "itu1770_filter layout");
-_Static_assert(sizeof(ebu_r128_channel) == 192, "ebu_r128_channel layout");
-_Static_assert(sizeof(s_ebu_r128) == 80, "s_ebu_r128 layout");
-_Static_assert(offsetof(s_ebu_r128, channel) == 32, "s_ebu_r128 layout");
-_Static_assert(offsetof(s_ebu_r128, integratedLoudness) == 64, "s_ebu_r128 layout");
+#  define KVAUDIO_LOUDNESS_ASSERT(cond, msg) _Static_assert(cond, msg)
 #endif
+KVAUDIO_LOUDNESS_ASSERT(sizeof(itu1770_filter) == 80, "itu1770_filter layout");
+KVAUDIO_LOUDNESS_ASSERT(sizeof(ebu_r128_channel) == 192, "ebu_r128_channel layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(ebu_r128_channel, step) == 168, "ebu_r128_channel layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(ebu_r128_channel, stepPowers) == 184, "ebu_r128_channel layout");
+KVAUDIO_LOUDNESS_ASSERT(sizeof(s_ebu_r128) == 80, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, windowSamples) == 12, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, resolution) == 28, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, channel) == 32, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, integratorCount) == 48, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, currentLoudness) == 60, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, integratedLoudness) == 64, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, stepSlot) == 72, "s_ebu_r128 layout");
+#undef KVAUDIO_LOUDNESS_ASSERT
 
 /* ---- Filters --------------------------------------------------------------------------------- */
 

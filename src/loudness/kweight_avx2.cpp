@@ -9,102 +9,71 @@
 namespace kvaudio::loudness {
 namespace {
 
-// One filter stage of four channels (one per lane), in the operation order of the plain step.
-struct Stage4 {
-  __m256d a1, a2, b0, c1, c2, z1, z2;
-};
-struct Stage2 {
-  __m128d a1, a2, b0, c1, c2, z1, z2;
-};
+// Lane arithmetic on four (__m256d) or two (__m128d) channels, no fused operations.
+__m256d Add(__m256d a, __m256d b) { return _mm256_add_pd(a, b); }
+__m256d Sub(__m256d a, __m256d b) { return _mm256_sub_pd(a, b); }
+__m256d Mul(__m256d a, __m256d b) { return _mm256_mul_pd(a, b); }
+__m128d Add(__m128d a, __m128d b) { return _mm_add_pd(a, b); }
+__m128d Sub(__m128d a, __m128d b) { return _mm_sub_pd(a, b); }
+__m128d Mul(__m128d a, __m128d b) { return _mm_mul_pd(a, b); }
 
-Stage4 Load4(const itu1770_filter *f0, const itu1770_filter *f1, const itu1770_filter *f2,
-             const itu1770_filter *f3) {
-  return {_mm256_set_pd(f3->a1, f2->a1, f1->a1, f0->a1), _mm256_set_pd(f3->a2, f2->a2, f1->a2, f0->a2),
-          _mm256_set_pd(f3->b0, f2->b0, f1->b0, f0->b0), _mm256_set_pd(f3->c1, f2->c1, f1->c1, f0->c1),
-          _mm256_set_pd(f3->c2, f2->c2, f1->c2, f0->c2), _mm256_set_pd(f3->z1, f2->z1, f1->z1, f0->z1),
-          _mm256_set_pd(f3->z2, f2->z2, f1->z2, f0->z2)};
-}
+void Load(const double *p, __m256d &v) { v = _mm256_loadu_pd(p); }
+void Load(const double *p, __m128d &v) { v = _mm_loadu_pd(p); }
+void Store(double *p, __m256d v) { _mm256_storeu_pd(p, v); }
+void Store(double *p, __m128d v) { _mm_storeu_pd(p, v); }
+__m128 ToFloat(__m256d v) { return _mm256_cvtpd_ps(v); }
+__m128 ToFloat(__m128d v) { return _mm_cvtpd_ps(v); }
 
-Stage2 Load2(const itu1770_filter *f0, const itu1770_filter *f1) {
-  return {_mm_set_pd(f1->a1, f0->a1), _mm_set_pd(f1->a2, f0->a2), _mm_set_pd(f1->b0, f0->b0),
-          _mm_set_pd(f1->c1, f0->c1), _mm_set_pd(f1->c2, f0->c2), _mm_set_pd(f1->z1, f0->z1),
-          _mm_set_pd(f1->z2, f0->z2)};
-}
+// One filter stage of N channels, one per lane.
+template <typename V, int N>
+struct Stage {
+  V a1, a2, b0, c1, c2, z1, z2;
 
-void Save4(const Stage4 &s, itu1770_filter *f[4]) {
-  alignas(32) double z1[4], z2[4];
-  _mm256_store_pd(z1, s.z1);
-  _mm256_store_pd(z2, s.z2);
-  for (int k = 0; k < 4; ++k) {
-    f[k]->z1 = z1[k];
-    f[k]->z2 = z2[k];
+  Stage(ebu_r128_channel *ch, itu1770_filter ebu_r128_channel::*which) {
+    double t[7][N];
+    for (int k = 0; k < N; ++k) {
+      const itu1770_filter &f = ch[k].*which;
+      t[0][k] = f.a1, t[1][k] = f.a2, t[2][k] = f.b0, t[3][k] = f.c1, t[4][k] = f.c2, t[5][k] = f.z1, t[6][k] = f.z2;
+    }
+    Load(t[0], a1), Load(t[1], a2), Load(t[2], b0), Load(t[3], c1), Load(t[4], c2), Load(t[5], z1), Load(t[6], z2);
   }
-}
 
-void Save2(const Stage2 &s, itu1770_filter *f0, itu1770_filter *f1) {
-  alignas(16) double z1[2], z2[2];
-  _mm_store_pd(z1, s.z1);
-  _mm_store_pd(z2, s.z2);
-  f0->z1 = z1[0];
-  f0->z2 = z2[0];
-  f1->z1 = z1[1];
-  f1->z2 = z2[1];
-}
+  void Save(ebu_r128_channel *ch, itu1770_filter ebu_r128_channel::*which) const {
+    double t1[N], t2[N];
+    Store(t1, z1);
+    Store(t2, z2);
+    for (int k = 0; k < N; ++k) (ch[k].*which).z1 = t1[k], (ch[k].*which).z2 = t2[k];
+  }
 
-// w = x - a1*z1 - a2*z2; y = b0*x + c1*z1 + c2*z2; z2 = z1; z1 = w (no fused operations).
-__m256d Step4(Stage4 &s, __m256d x) {
-  const __m256d w = _mm256_sub_pd(_mm256_sub_pd(x, _mm256_mul_pd(s.a1, s.z1)), _mm256_mul_pd(s.a2, s.z2));
-  const __m256d y =
-      _mm256_add_pd(_mm256_add_pd(_mm256_mul_pd(s.b0, x), _mm256_mul_pd(s.c1, s.z1)), _mm256_mul_pd(s.c2, s.z2));
-  s.z2 = s.z1;
-  s.z1 = w;
-  return y;
-}
+  // w = x - a1*z1 - a2*z2; y = b0*x + c1*z1 + c2*z2; z2 = z1; z1 = w.
+  V Step(V x) {
+    const V w = Sub(Sub(x, Mul(a1, z1)), Mul(a2, z2));
+    const V y = Add(Add(Mul(b0, x), Mul(c1, z1)), Mul(c2, z2));
+    z2 = z1;
+    z1 = w;
+    return y;
+  }
+};
 
-__m128d Step2(Stage2 &s, __m128d x) {
-  const __m128d w = _mm_sub_pd(_mm_sub_pd(x, _mm_mul_pd(s.a1, s.z1)), _mm_mul_pd(s.a2, s.z2));
-  const __m128d y = _mm_add_pd(_mm_add_pd(_mm_mul_pd(s.b0, x), _mm_mul_pd(s.c1, s.z1)), _mm_mul_pd(s.c2, s.z2));
-  s.z2 = s.z1;
-  s.z1 = w;
-  return y;
-}
-
-void Group4(ebu_r128_channel *ch, uint32_t nch, const double *x, size_t periods, size_t offset, bool store) {
-  Stage4 pre = Load4(&ch[0].pre, &ch[1].pre, &ch[2].pre, &ch[3].pre);
-  Stage4 rlb = Load4(&ch[0].rlb, &ch[1].rlb, &ch[2].rlb, &ch[3].rlb);
-  float *o0 = ch[0].step + offset, *o1 = ch[1].step + offset, *o2 = ch[2].step + offset,
-        *o3 = ch[3].step + offset;
+// Channels ch[0 .. N-1] (x already offset to the first of them) through both stages.
+template <typename V, int N>
+void Group(ebu_r128_channel *ch, uint32_t nch, const double *x, size_t periods, size_t offset, bool store) {
+  Stage<V, N> pre(ch, &ebu_r128_channel::pre), rlb(ch, &ebu_r128_channel::rlb);
+  float *out[N];
+  for (int k = 0; k < N; ++k) out[k] = ch[k].step + offset;
   for (size_t t = 0; t < periods; ++t) {
-    const __m256d y = Step4(rlb, Step4(pre, _mm256_loadu_pd(x + t * nch)));
+    V in;
+    Load(x + t * nch, in);
+    const V y = rlb.Step(pre.Step(in));
     if (store) {
-      // lanes: ch0 ch1 ch2 ch3 -> one float per channel buffer
-      const __m128 f = _mm256_cvtpd_ps(y);
-      _mm_store_ss(o0 + t, f);
-      _mm_store_ss(o1 + t, _mm_shuffle_ps(f, f, 1));
-      _mm_store_ss(o2 + t, _mm_shuffle_ps(f, f, 2));
-      _mm_store_ss(o3 + t, _mm_shuffle_ps(f, f, 3));
+      // lanes: one channel each -> one float per channel buffer
+      alignas(16) float f[4];
+      _mm_store_ps(f, ToFloat(y));
+      for (int k = 0; k < N; ++k) out[k][t] = f[k];
     }
   }
-  itu1770_filter *p[4] = {&ch[0].pre, &ch[1].pre, &ch[2].pre, &ch[3].pre};
-  itu1770_filter *r[4] = {&ch[0].rlb, &ch[1].rlb, &ch[2].rlb, &ch[3].rlb};
-  Save4(pre, p);
-  Save4(rlb, r);
-}
-
-void Group2(ebu_r128_channel *ch, uint32_t nch, const double *x, size_t periods, size_t offset, bool store) {
-  Stage2 pre = Load2(&ch[0].pre, &ch[1].pre);
-  Stage2 rlb = Load2(&ch[0].rlb, &ch[1].rlb);
-  float *o0 = ch[0].step + offset, *o1 = ch[1].step + offset;
-  for (size_t t = 0; t < periods; ++t) {
-    const __m128d y = Step2(rlb, Step2(pre, _mm_loadu_pd(x + t * nch)));
-    if (store) {
-      const __m128 f = _mm_cvtpd_ps(y);
-      _mm_store_ss(o0 + t, f);
-      _mm_store_ss(o1 + t, _mm_shuffle_ps(f, f, 1));
-    }
-  }
-  Save2(pre, &ch[0].pre, &ch[1].pre);
-  Save2(rlb, &ch[0].rlb, &ch[1].rlb);
+  pre.Save(ch, &ebu_r128_channel::pre);
+  rlb.Save(ch, &ebu_r128_channel::rlb);
 }
 
 }  // namespace
@@ -128,9 +97,9 @@ size_t DecodeAvx2(const uint8_t *in, uint32_t resolution, size_t count, double d
 uint32_t KWeightAvx2(ebu_r128_channel *ch, uint32_t nch, const double *x, size_t periods, size_t offset,
                      bool store) {
   uint32_t c = 0;
-  for (; c + 4 <= nch; c += 4) Group4(ch + c, nch, x + c, periods, offset, store);
+  for (; c + 4 <= nch; c += 4) Group<__m256d, 4>(ch + c, nch, x + c, periods, offset, store);
   if (c + 2 <= nch) {
-    Group2(ch + c, nch, x + c, periods, offset, store);
+    Group<__m128d, 2>(ch + c, nch, x + c, periods, offset, store);
     c += 2;
   }
   return c;
