@@ -142,12 +142,11 @@ uint32_t ebu_r128_init(s_ebu_r128 *s, uint8_t check, uint8_t resolution, uint32_
   s->stepSlot = 0;
   s->integrator = nullptr;
   s->integratorCount = 0;
-  if (!SetupChannels(s)) {
+  if (!SetupChannels(s) || !(s->integrator = Allocate<float>(1))) {
     ebu_r128_delete(s);
     return 0;
   }
-  s->integrator = Allocate<float>(1);
-  return s->integrator ? 1 : 0;
+  return 1;
 }
 
 uint32_t ebu_r128_process_samples(s_ebu_r128 *s, const void *samples, size_t frames) {
