@@ -20,20 +20,15 @@ TEST(Filter, TablesAt48kHz) {
   itu1770_filter pre, rlb;
   filter_init_pre_filter(&pre, 48000);
   filter_init_rlb_filter(&rlb, 48000);
-  EXPECT_EQ(pre.a0, 1.0);
-  EXPECT_EQ(pre.a1, -1.69065929318241);
-  EXPECT_EQ(pre.a2, 0.73248077421585);
-  EXPECT_EQ(pre.b0, 1.53512485958697);
-  EXPECT_EQ(pre.b1, -2.69169618940638);
-  EXPECT_EQ(pre.b2, 1.19839281085285);
-  EXPECT_EQ(pre.c1, pre.b1 - pre.b0 * pre.a1);
-  EXPECT_EQ(pre.c2, pre.b2 - pre.b0 * pre.a2);
-  EXPECT_EQ(rlb.a1, -1.99004745483398);
-  EXPECT_EQ(rlb.a2, 0.99007225036621);
-  EXPECT_EQ(rlb.b0, 1.0);
-  EXPECT_EQ(rlb.b1, -2.0);
-  EXPECT_EQ(rlb.b2, 1.0);
-  EXPECT_EQ(pre.z1, 0.0);
+  const double preTable[] = {1.0, -1.69065929318241, 0.73248077421585, 1.53512485958697, -2.69169618940638,
+                             1.19839281085285};
+  const double rlbTable[] = {1.0, -1.99004745483398, 0.99007225036621, 1.0, -2.0, 1.0};
+  for (const auto &[f, table] : {std::pair{&pre, preTable}, std::pair{&rlb, rlbTable}}) {
+    EXPECT_EQ(0, std::memcmp(&f->a0, table, sizeof preTable));  // a0 a1 a2 b0 b1 b2 in order
+    EXPECT_EQ(f->c1, f->b1 - f->b0 * f->a1);
+    EXPECT_EQ(f->c2, f->b2 - f->b0 * f->a2);
+    EXPECT_EQ(f->z1, 0.0);
+  }
 }
 
 // The shelf design gives 0 dB at DC and about +4 dB at high frequencies at any rate, and the

@@ -277,13 +277,4 @@ TEST(QcLayouts, EqNoCase) {
   EXPECT_FALSE(EqNoCase("a", "b"));
 }
 
-TEST(QcLayouts, Set71LayoutCutsLongNames) {
-  kvaudqcLayout l;
-  const std::string longName(100, 'n');
-  kvaudio::qc::Set71Layout(&l, 7, longName.c_str());
-  EXPECT_EQ(std::strlen(l.name), 63u);
-  EXPECT_EQ(l.weights[3], 0.0);
-  EXPECT_EQ(l.weights[7], kG);
-}
-
 }  // namespace
