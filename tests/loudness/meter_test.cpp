@@ -194,17 +194,19 @@ TEST(Meter, ReadingClampsAndPacking) {
   EXPECT_EQ(result, 2300u * 65537u);
 }
 
-// Near-silent input (noise at about -90 dBFS) reads at the bottom clamp.
-TEST(Meter, NearSilenceClampsToBottom) {
+// Near-silent input (noise at about -90 dBFS) reads at the bottom clamp; digital zeros leave
+// the zeroed record's current loudness at 0.0, which reads at the top clamp.
+TEST(Meter, QuietInputClamps) {
   for (uint8_t mode : {1, 2})
-    for (uint32_t wide : {0u, 1u}) {
-      Meter m(mode, 48000, 2);
-      const auto pcm = Noise(48000, 2, 2, mode);
-      uint32_t result = 0;
-      ebu_r128_process_and_calculate(&m.s, 48000, pcm.data(), &result, wide);
-      const uint32_t h = wide ? 5900 : 4100;
-      EXPECT_EQ(result, (h << 16) + h);
-    }
+    for (uint32_t wide : {0u, 1u})
+      for (int amplitude : {2, 0}) {
+        Meter m(mode, 48000, 2);
+        const auto pcm = Noise(48000, 2, amplitude, mode);
+        uint32_t result = 0;
+        ebu_r128_process_and_calculate(&m.s, 48000, pcm.data(), &result, wide);
+        const uint32_t h = amplitude ? (wide ? 5900 : 4100) : (wide ? 500 : 1400);
+        EXPECT_EQ(result, (h << 16) + h) << int(mode) << " " << wide << " " << amplitude;
+      }
 }
 
 // Mode 3 keeps windows above -70 LKFS; an all-zero window after a loud one is kept as 0.
