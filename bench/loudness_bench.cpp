@@ -47,36 +47,35 @@ void BM_Libebur128Integrated(benchmark::State &state) {
 }
 
 // Stand-alone analyses of 16-bit stereo at 48 kHz; bytes per second to compare with memcpy.
-// Args: bytes, path.
-void BM_AnalyzeLoudness(benchmark::State &state) {
-  const size_t bytes = static_cast<size_t>(state.range(0));
-  kvbench::ForcePath(state, static_cast<int>(state.range(1)));
-  const auto pcm = kvbench::Filled(bytes);
+double RunLoudness(const std::vector<uint8_t> &pcm) {
   kvaudqcLoudness out;
-  for (auto _ : state) {
-    kvqcAudioAnalyzeLoudness(pcm.data(), static_cast<uint32_t>(bytes / 4), 2, 16, kRate, "stereo1", 1, &out);
-    benchmark::DoNotOptimize(out.integrated);
-  }
-  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
-  kvaudio::frame::SetAvx2ForTesting(-1);
+  kvqcAudioAnalyzeLoudness(pcm.data(), static_cast<uint32_t>(pcm.size() / 4), 2, 16, kRate, "stereo1", 1, &out);
+  return out.integrated;
 }
 
-void BM_AnalyzeTruePeak(benchmark::State &state) {
+double RunTruePeak(const std::vector<uint8_t> &pcm) {
+  kvaudqcTruePeak out;
+  kvqcAudioAnalyzeTruePeak(pcm.data(), static_cast<uint32_t>(pcm.size() / 4), 2, 16, kRate, 0, &out);
+  return out.maxPeakDb;
+}
+
+// Args: bytes, path.
+void BM_Analyze(benchmark::State &state, double (*run)(const std::vector<uint8_t> &)) {
   const size_t bytes = static_cast<size_t>(state.range(0));
   kvbench::ForcePath(state, static_cast<int>(state.range(1)));
   const auto pcm = kvbench::Filled(bytes);
-  kvaudqcTruePeak out;
-  for (auto _ : state) {
-    kvqcAudioAnalyzeTruePeak(pcm.data(), static_cast<uint32_t>(bytes / 4), 2, 16, kRate, 0, &out);
-    benchmark::DoNotOptimize(out.maxPeakDb);
-  }
+  for (auto _ : state) benchmark::DoNotOptimize(run(pcm));
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(bytes));
   kvaudio::frame::SetAvx2ForTesting(-1);
 }
 
 BENCHMARK(kvbench::MemcpyBaseline)->Name("Analyze/Memcpy")->Arg(kvbench::kLarge);
-BENCHMARK(BM_AnalyzeLoudness)->Name("Analyze/Loudness")->ArgsProduct({{kvbench::kLarge}, {0, 1}});
-BENCHMARK(BM_AnalyzeTruePeak)->Name("Analyze/TruePeak")->ArgsProduct({{kvbench::kLarge}, {0, 1}});
+BENCHMARK_CAPTURE(BM_Analyze, Loudness, RunLoudness)
+    ->Name("Analyze/Loudness")
+    ->ArgsProduct({{kvbench::kLarge}, {0, 1}});
+BENCHMARK_CAPTURE(BM_Analyze, TruePeak, RunTruePeak)
+    ->Name("Analyze/TruePeak")
+    ->ArgsProduct({{kvbench::kLarge}, {0, 1}});
 BENCHMARK(BM_Meter)->ArgsProduct({{2, 6}, {1, 2, 3}, {0, 1}})->ArgNames({"ch", "mode", "avx2"});
 BENCHMARK(BM_Libebur128Integrated)->Arg(2)->Arg(6)->ArgNames({"ch"});
 
