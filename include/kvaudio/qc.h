@@ -138,6 +138,39 @@ typedef struct kvaudqcLoudness {
   uint32_t reserved;      /* zero */
 } kvaudqcLoudness;
 
+/* Result of one video frame of analysis (kvqcAudioFrame). */
+typedef struct kvaudqcFrameAnalyze {
+  uint32_t size;             /* 1856, written by the library */
+  uint32_t channels;         /* channels per sample period, from the configuration */
+  uint64_t frameIndex;       /* position counter A: index of this video frame, from 0 */
+  uint64_t samplePosition;   /* position counter B: sample period of the frame's first sample */
+  uint32_t samples;          /* sample periods in this frame */
+  uint32_t activeRules;      /* bit r-1 set when rule r's condition held in this frame */
+  double momentary;          /* momentary loudness (last 400 ms), LUFS; -200.0 when not measured */
+  double shortTerm;          /* short-term loudness (last 3 s), LUFS; -200.0 when not measured */
+  double peakDb[32];         /* per channel: sample peak of this frame, dBFS; -200.0 silent/unchecked */
+  double rmsDb[32];          /* per channel: RMS of this frame, dBFS; -200.0 silent/unchecked */
+  kvaudqcDetect detect[18];  /* live state of rule r at index r-1 */
+} kvaudqcFrameAnalyze;
+
+/* Summary of a whole run (kvqcAudioFinish). */
+typedef struct kvaudqcReport {
+  uint32_t size;             /* 152, written by the library */
+  uint32_t channels;         /* channels per sample period */
+  uint64_t frames;           /* video frames analysed */
+  uint64_t samples;          /* sample periods analysed */
+  double integrated;         /* integrated loudness, LUFS; -200.0 when not measured */
+  double range;              /* loudness range, LU */
+  double truePeak;           /* highest true peak over the checked channels, dBTP; -200.0 silent */
+  double maxMomentary;       /* highest momentary loudness, LUFS */
+  double maxShortTerm;       /* highest short-term loudness, LUFS */
+  uint32_t eventsPerRule[18];/* events of rule r at index r-1 */
+  uint32_t totalEvents;      /* events in the event list */
+  uint32_t standard;         /* delivery standard the loudness was checked against, 0 none */
+  uint32_t violations;       /* loudness violation bits, as in kvaudqcLoudness */
+  uint32_t passed;           /* 1 when there is no event and no violation, else 0 */
+} kvaudqcReport;
+
 KVAUDQC_ASSERT(sizeof(kvaudqcConfig) == 512, "kvaudqcConfig size");
 KVAUDQC_ASSERT(offsetof(kvaudqcConfig, channelMask) == 24, "kvaudqcConfig layout");
 KVAUDQC_ASSERT(offsetof(kvaudqcConfig, layoutName) == 40, "kvaudqcConfig layout");
@@ -172,6 +205,13 @@ KVAUDQC_ASSERT(sizeof(kvaudqcLoudness) == 80, "kvaudqcLoudness size");
 KVAUDQC_ASSERT(offsetof(kvaudqcLoudness, channelMask) == 24, "kvaudqcLoudness layout");
 KVAUDQC_ASSERT(offsetof(kvaudqcLoudness, truePeak) == 64, "kvaudqcLoudness layout");
 KVAUDQC_ASSERT(offsetof(kvaudqcLoudness, violations) == 72, "kvaudqcLoudness layout");
+KVAUDQC_ASSERT(sizeof(kvaudqcFrameAnalyze) == 1856, "kvaudqcFrameAnalyze size");
+KVAUDQC_ASSERT(offsetof(kvaudqcFrameAnalyze, momentary) == 32, "kvaudqcFrameAnalyze layout");
+KVAUDQC_ASSERT(offsetof(kvaudqcFrameAnalyze, peakDb) == 48, "kvaudqcFrameAnalyze layout");
+KVAUDQC_ASSERT(offsetof(kvaudqcFrameAnalyze, detect) == 560, "kvaudqcFrameAnalyze layout");
+KVAUDQC_ASSERT(sizeof(kvaudqcReport) == 152, "kvaudqcReport size");
+KVAUDQC_ASSERT(offsetof(kvaudqcReport, eventsPerRule) == 64, "kvaudqcReport layout");
+KVAUDQC_ASSERT(offsetof(kvaudqcReport, passed) == 148, "kvaudqcReport layout");
 
 /* Opaque QC engine. */
 typedef struct kvqcAudioEngine kvqcAudioEngine;
@@ -179,8 +219,27 @@ typedef struct kvqcAudioEngine kvqcAudioEngine;
 /* Creates an engine from a copy of *config (null: all defaults) with every zero field defaulted.
  * The caller's record is not written. Release with kvqcAudioClose. */
 KVAUDIO_API kvqcAudioEngine *kvqcAudioOpen(const kvaudqcConfig *config);
-/* Frees the engine and its event list; null is ignored. */
-KVAUDIO_API void kvqcAudioClose(kvqcAudioEngine *engine);
+/* Frees the engine and its event list. Returns 0, or -1 for a null engine (nothing done). */
+KVAUDIO_API int32_t kvqcAudioClose(kvqcAudioEngine *engine);
+/* Analyses one video frame: `frames` sample periods of interleaved PCM in the configured channel
+ * count and width (16- or 32-bit signed). Feeds the 18 rule trackers and advances counter A by 1
+ * and counter B by `frames`. Fills *out when it is not null. Returns 0, or -1 for a null engine,
+ * null pcm, 0 frames, or an engine already finished (until kvqcAudioReset). */
+KVAUDIO_API int32_t kvqcAudioFrame(kvqcAudioEngine *engine, const void *pcm, uint32_t frames,
+                                   kvaudqcFrameAnalyze *out);
+/* Ends the run: closes open rule runs (they become events when long enough) and fills *report
+ * when it is not null. Returns 0, or -1 for a null engine or an engine already finished. */
+KVAUDIO_API int32_t kvqcAudioFinish(kvqcAudioEngine *engine, kvaudqcReport *report);
+/* Stores the number of events so far in *count. Returns 0, or -1 for a null argument. */
+KVAUDIO_API int32_t kvqcAudioGetEventCount(const kvqcAudioEngine *engine, uint32_t *count);
+/* Copies up to `capacity` events, from index `first` on, in the order their runs closed, into
+ * out[] and stores how many were copied in *copied. Returns 0, or -1 for a null engine, null
+ * `copied`, or null `out` with a non-zero capacity. */
+KVAUDIO_API int32_t kvqcAudioGetEvents(const kvqcAudioEngine *engine, uint32_t first, uint32_t capacity,
+                                       kvaudqcEvent *out, uint32_t *copied);
+/* Returns the engine to its state right after kvqcAudioOpen, keeping the configuration: trackers,
+ * events, meters and counters cleared. Returns 0, or -1 for a null engine. */
+KVAUDIO_API int32_t kvqcAudioReset(kvqcAudioEngine *engine);
 /* Fills *out with the targets of `standard` (0-7, 100). Returns 0, or -1 for a null record or an
  * unknown standard (the record then holds only size and standard). */
 KVAUDIO_API int32_t kvqcAudioStandardDefaults(uint32_t standard, kvaudqcTargets *out);

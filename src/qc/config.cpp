@@ -129,7 +129,11 @@ extern "C" {
 
 kvqcAudioEngine *kvqcAudioOpen(const kvaudqcConfig *config) { return new AudioQcEngine(config); }
 
-void kvqcAudioClose(kvqcAudioEngine *engine) { delete static_cast<AudioQcEngine *>(engine); }
+int32_t kvqcAudioClose(kvqcAudioEngine *engine) {
+  if (!engine) return -1;
+  delete static_cast<AudioQcEngine *>(engine);
+  return 0;
+}
 
 int32_t kvqcAudioStandardDefaults(uint32_t standard, kvaudqcTargets *out) {
   struct Row {

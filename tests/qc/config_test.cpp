@@ -17,7 +17,7 @@ constexpr double kG = 1.1885022274370185;
 
 // The engine's configuration after open.
 kvaudqcConfig Opened(const kvaudqcConfig *in) {
-  std::unique_ptr<kvqcAudioEngine, void (*)(kvqcAudioEngine *)> e(kvqcAudioOpen(in), kvqcAudioClose);
+  std::unique_ptr<kvqcAudioEngine, int32_t (*)(kvqcAudioEngine *)> e(kvqcAudioOpen(in), kvqcAudioClose);
   return static_cast<AudioQcEngine *>(e.get())->Config();
 }
 
