@@ -1,0 +1,48 @@
+// Null handles, records and buffers handed to the functions that check for them: each returns its
+// documented result and touches nothing.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+
+#include "kvaudio/generator.h"
+#include "kvaudio/loudness.h"
+#include "kvaudio/ltc.h"
+#include "kvaudio/peak.h"
+#include "kvaudio/qc.h"
+
+namespace {
+
+struct Case {
+  const char *call;
+  std::function<int64_t()> run;
+  int64_t result;
+};
+
+TEST(NullArguments, DocumentedResults) {
+  int16_t samples[4] = {1, -2, 3, -4};
+  uint32_t word = 0;
+  const Case cases[] = {
+      {"audGenSet", [] { return audGenSet(nullptr, 0, 1000, 0, 0, 0, 0, 0, nullptr, 1.0, 1.0, 0.0); }, 0},
+      {"audGenRestart", [] { return audGenRestart(nullptr); }, 0},
+      {"audGenSetAngle", [] { return audGenSetAngle(nullptr, 90); }, 0},
+      {"audGenGetBufferSize", [] { return audGenGetBufferSize(nullptr); }, 0},
+      {"audGenFillBuffer", [&] { return audGenFillBuffer(nullptr, samples, sizeof samples); }, 0},
+      {"ebu_r128_process_and_calculate",
+       [&] { return ebu_r128_process_and_calculate(nullptr, 2, samples, &word, 0); }, 0},
+      {"ebu_r128_process_samples on a record without channels",
+       [&] { s_ebu_r128 s{}; s.resolution = 16; return ebu_r128_process_samples(&s, samples, 2); }, 0},
+      {"filter_init", [] { filter_init(nullptr); return 0; }, 0},
+      {"kvqcAudioClose", [] { return kvqcAudioClose(nullptr); }, -1},
+      {"kvqcAudioAnalyzeTruePeak", [&] { return kvqcAudioAnalyzeTruePeak(nullptr, 2, 1, 16, 48000, 0, nullptr); }, -1},
+      {"smpteEncode", [] { return smpteEncode(0, 0, nullptr, 100); }, 0},
+      {"smpteDecode of a null buffer",
+       [] { smpteDecodeSetBuffer(nullptr, 1000); return smpteDecode(nullptr, nullptr, nullptr); }, SMPTE_NO_FRAME},
+      {"audTestPeak16M", [] { return audTestPeak16M(nullptr, 4); }, 0},
+  };
+  for (const Case &c : cases) EXPECT_EQ(c.run(), c.result) << c.call;
+  EXPECT_EQ(samples[0], 1);
+  EXPECT_EQ(word, 0u);
+}
+
+}  // namespace
