@@ -122,9 +122,11 @@ void AvSyncCorrelate(const double *m, const double *p, size_t length, size_t cou
 
 uint32_t AvSyncChipLength(uint32_t rate) { return static_cast<uint32_t>((uint64_t{rate} + 2000) / 4000); }
 
+uint32_t AvSyncBurstLength(uint32_t rate) { return kChips * AvSyncChipLength(rate); }
+
 std::vector<double> AvSyncBurst(uint32_t rate) {
   const uint32_t chip = AvSyncChipLength(rate);
-  const uint32_t length = kChips * chip;
+  const uint32_t length = AvSyncBurstLength(rate);
   const uint32_t edge = std::min(length / 2, rate / 1000);
   std::vector<double> p(length);
   uint32_t state = 63;
@@ -152,15 +154,16 @@ uint32_t KVAudioAVSyncPulseGetLength(uint32_t rate, uint32_t *length) {
     *length = 0;
     return kBadArgument;
   }
-  *length = kChips * AvSyncChipLength(rate);
+  *length = AvSyncBurstLength(rate);
   return kOk;
 }
 
 uint32_t KVAudioAVSyncPulseGenerate(void *buffer, uint32_t bufferFrames, uint32_t channels, uint32_t bits,
                                     uint32_t rate, uint32_t offset, int32_t amplitude) {
   if (!SampleShapeOk(buffer, channels, bits, rate)) return kBadArgument;
+  // The fit is known from the rate alone; a burst that cannot fit is never built.
+  if (offset >= bufferFrames || bufferFrames < uint64_t{offset} + AvSyncBurstLength(rate)) return kDoesNotFit;
   const std::vector<double> p = AvSyncBurst(rate);
-  if (offset >= bufferFrames || bufferFrames < uint64_t{offset} + p.size()) return kDoesNotFit;
   const int64_t fullScale = bits == 16 ? 32767 : 0x7FFFFFFF;
   int64_t a = amplitude == 0 ? (bits == 16 ? 12000 : 0x30000000) : std::abs(int64_t{amplitude});
   a = std::min(a, fullScale);
@@ -178,6 +181,7 @@ uint32_t KVAudioAVSyncPulseDetect(const void *buffer, uint32_t frames, uint32_t 
   if (!position) return kBadArgument;
   *position = kNoPosition;
   if (!SampleShapeOk(buffer, channels, bits, rate)) return kBadArgument;
+  if (frames < AvSyncBurstLength(rate)) return kDoesNotFit;
   const std::vector<double> p = AvSyncBurst(rate);
   double energy = 0.0;
   for (double v : p) energy += v * v;

@@ -10,6 +10,9 @@ namespace kvaudio::layout {
 // Samples per chip at `rate`: (rate + 2000) / 4000.
 uint32_t AvSyncChipLength(uint32_t rate);
 
+// Burst length in periods at `rate`: 63 x chip length.
+uint32_t AvSyncBurstLength(uint32_t rate);
+
 // The reference burst p[0 .. 63 x chip length - 1], magnitudes at most 1.
 std::vector<double> AvSyncBurst(uint32_t rate);
 

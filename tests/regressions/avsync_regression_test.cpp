@@ -1,0 +1,37 @@
+// Regressions found by fuzzing the AV-sync pulse.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+#include "kvaudio/avsync.h"
+
+namespace {
+std::atomic<size_t> largestAllocation{0};
+}  // namespace
+
+void *operator new(size_t bytes) {
+  if (bytes > largestAllocation.load()) largestAllocation.store(bytes);
+  if (void *p = std::malloc(bytes ? bytes : 1)) return p;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void *p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void *p, size_t) noexcept { std::free(p); }
+
+namespace {
+
+TEST(AvSyncRegression, BurstThatCannotFitIsNeverBuilt) {
+  std::vector<int16_t> buffer(64 * 2);
+  uint32_t position = 0;
+  double score = 0.0;
+  largestAllocation.store(0);
+  for (uint32_t rate : {0xFFFFFFFFu, 1240026633u, 64000u}) {
+    EXPECT_EQ(KVAudioAVSyncPulseGenerate(buffer.data(), 64, 2, 16, rate, 0, 0), 3u) << rate;
+    EXPECT_EQ(KVAudioAVSyncPulseDetect(buffer.data(), 64, 2, 16, rate, &position, &score, 0.0), 3u) << rate;
+  }
+  EXPECT_LT(largestAllocation.load(), size_t{1} << 16);
+}
+
+}  // namespace
