@@ -6,22 +6,27 @@
 
 #include "layout/interleave_avx2.h"
 
+// Helpers inline into each kernel, so that the vectors stay in registers.
+#define KV_INLINE __attribute__((always_inline)) inline
+// Small constant loops over vectors unroll fully, for the same reason.
+#define KV_UNROLL _Pragma("GCC unroll 16")
+
 namespace kvaudio::layout {
 namespace {
 
-__m256i Load(const void *p) { return _mm256_loadu_si256(static_cast<const __m256i *>(p)); }
-__m128i Load128(const void *p) { return _mm_loadu_si128(static_cast<const __m128i *>(p)); }
-void Store(void *p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i *>(p), v); }
+KV_INLINE __m256i Load(const void *p) { return _mm256_loadu_si256(static_cast<const __m256i *>(p)); }
+KV_INLINE __m128i Load128(const void *p) { return _mm_loadu_si128(static_cast<const __m128i *>(p)); }
+KV_INLINE void Store(void *p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i *>(p), v); }
 
 // Eight 16-bit samples to eight 32-bit words holding sample << 16.
-__m256i Widen(__m128i v) { return _mm256_slli_epi32(_mm256_cvtepu16_epi32(v), 16); }
+KV_INLINE __m256i Widen(__m128i v) { return _mm256_slli_epi32(_mm256_cvtepu16_epi32(v), 16); }
 
 // Four 64-bit pair units from memory: 32-bit pairs as they are, 16-bit pairs widened.
-__m256i Units(const uint32_t *p) { return Load(p); }
-__m256i Units(const uint16_t *p) { return Widen(Load128(p)); }
+KV_INLINE __m256i Units(const uint32_t *p) { return Load(p); }
+KV_INLINE __m256i Units(const uint16_t *p) { return Widen(Load128(p)); }
 
 // 4x4 transpose of 64-bit units: r[i][j] -> r[j][i].
-void Transpose4x64(__m256i r[4]) {
+KV_INLINE void Transpose4x64(__m256i r[4]) {
   const __m256i t0 = _mm256_unpacklo_epi64(r[0], r[1]);  // r0[0] r1[0] | r0[2] r1[2]
   const __m256i t1 = _mm256_unpackhi_epi64(r[0], r[1]);  // r0[1] r1[1] | r0[3] r1[3]
   const __m256i t2 = _mm256_unpacklo_epi64(r[2], r[3]);
@@ -33,18 +38,21 @@ void Transpose4x64(__m256i r[4]) {
 }
 
 // 8x8 transpose of 32-bit units: r[i][j] -> r[j][i].
-void Transpose8x8(__m256i r[8]) {
+KV_INLINE void Transpose8x8(__m256i r[8]) {
   __m256i t[8], u[8];
+  KV_UNROLL
   for (int i = 0; i < 8; i += 2) {
     t[i] = _mm256_unpacklo_epi32(r[i], r[i + 1]);      // ri[0] ri+1[0] ri[1] ri+1[1] | [4] [5]
     t[i + 1] = _mm256_unpackhi_epi32(r[i], r[i + 1]);  // [2] [3] | [6] [7]
   }
+  KV_UNROLL
   for (int i = 0; i < 8; i += 4) {
     u[i] = _mm256_unpacklo_epi64(t[i], t[i + 2]);          // column 0 | 4 of rows i..i+3
     u[i + 1] = _mm256_unpackhi_epi64(t[i], t[i + 2]);      // column 1 | 5
     u[i + 2] = _mm256_unpacklo_epi64(t[i + 1], t[i + 3]);  // column 2 | 6
     u[i + 3] = _mm256_unpackhi_epi64(t[i + 1], t[i + 3]);  // column 3 | 7
   }
+  KV_UNROLL
   for (int c = 0; c < 4; ++c) {
     r[c] = _mm256_permute2x128_si256(u[c], u[c + 4], 0x20);
     r[c + 4] = _mm256_permute2x128_si256(u[c], u[c + 4], 0x31);
@@ -54,14 +62,17 @@ void Transpose8x8(__m256i r[8]) {
 // Periods of 4*groups pairs of 64-bit units -> pair buffers, four periods a block; every word is
 // ANDed with `keep`.
 template <typename In>
-size_t Split4x64(const In *src, uint32_t *const *pairs, size_t samples, size_t groups, __m256i keep) {
+KV_INLINE size_t Split4x64(const In *src, uint32_t *const *pairs, size_t samples, size_t groups, __m256i keep) {
   const size_t period = 8 * groups;  // source elements a period
   const size_t blocks = samples / 4;
   for (size_t b = 0; b < blocks; ++b, src += 4 * period) {
+    KV_UNROLL
     for (size_t g = 0; g < groups; ++g) {
       __m256i r[4];
+      KV_UNROLL
       for (size_t j = 0; j < 4; ++j) r[j] = _mm256_and_si256(Units(src + j * period + 8 * g), keep);
       Transpose4x64(r);
+      KV_UNROLL
       for (size_t k = 0; k < 4; ++k) Store(pairs[4 * g + k] + 8 * b, r[k]);
     }
   }
@@ -70,14 +81,17 @@ size_t Split4x64(const In *src, uint32_t *const *pairs, size_t samples, size_t g
 
 // Pair buffers of 64-bit units -> periods of 4*groups pairs of 32-bit words, four periods a block.
 template <typename In>
-size_t Join4x64(uint32_t *dst, const In *const *pairs, size_t samples, size_t groups) {
+KV_INLINE size_t Join4x64(uint32_t *dst, const In *const *pairs, size_t samples, size_t groups) {
   const size_t period = 8 * groups;
   const size_t blocks = samples / 4;
   for (size_t b = 0; b < blocks; ++b, dst += 4 * period) {
+    KV_UNROLL
     for (size_t g = 0; g < groups; ++g) {
       __m256i r[4];
+      KV_UNROLL
       for (size_t k = 0; k < 4; ++k) r[k] = Units(pairs[4 * g + k] + 8 * b);
       Transpose4x64(r);
+      KV_UNROLL
       for (size_t j = 0; j < 4; ++j) Store(dst + j * period + 8 * g, r[j]);
     }
   }
@@ -86,7 +100,7 @@ size_t Join4x64(uint32_t *dst, const In *const *pairs, size_t samples, size_t gr
 
 // Left and right vectors -> stereo, 32 bytes of each side a block.
 template <typename T>
-size_t Zip(T *dst, const T *left, const T *right, size_t samples) {
+KV_INLINE size_t Zip(T *dst, const T *left, const T *right, size_t samples) {
   constexpr size_t kPerVector = 32 / sizeof(T);
   const size_t blocks = samples / kPerVector;
   for (size_t b = 0; b < blocks; ++b) {
@@ -131,8 +145,10 @@ size_t AudioDeinterleave16to16_16Avx2(const uint32_t *src, uint32_t *const *pair
   const size_t blocks = samples / 8;
   for (size_t b = 0; b < blocks; ++b, src += 64) {
     __m256i r[8];
+    KV_UNROLL
     for (int j = 0; j < 8; ++j) r[j] = Load(src + 8 * j);
     Transpose8x8(r);
+    KV_UNROLL
     for (int k = 0; k < 8; ++k) Store(pairs[k] + 8 * b, r[k]);
   }
   return blocks * 8;
@@ -160,12 +176,14 @@ size_t AudioDeinterleave24to16Avx2(const uint32_t *src, uint16_t *const *pairs, 
   const size_t blocks = samples / 8;
   for (size_t b = 0; b < blocks; ++b, src += 64) {
     __m256i r[4];
+    KV_UNROLL
     for (int j = 0; j < 4; ++j) {
       const __m256i a = _mm256_srli_epi32(Load(src + 16 * j), 16);
       const __m256i c = _mm256_srli_epi32(Load(src + 16 * j + 8), 16);
       r[j] = _mm256_shuffle_epi32(_mm256_packus_epi32(a, c), _MM_SHUFFLE(3, 1, 2, 0));
     }
     Transpose4x64(r);
+    KV_UNROLL
     for (int k = 0; k < 4; ++k) Store(pairs[k] + 16 * b, r[k]);
   }
   return blocks * 8;
@@ -178,12 +196,14 @@ size_t AudioDeinterleave32to16_16Avx2(const uint32_t *src, uint16_t *const *pair
   const size_t blocks = samples / 8;
   for (size_t b = 0; b < blocks; ++b, src += 128) {
     __m256i r[8];
+    KV_UNROLL
     for (int j = 0; j < 8; ++j) {
       const __m256i lo = _mm256_srli_epi32(Load(src + 16 * j), 16);
       const __m256i hi = _mm256_srli_epi32(Load(src + 16 * j + 8), 16);
       r[j] = _mm256_packus_epi32(lo, hi);
     }
     Transpose8x8(r);
+    KV_UNROLL
     for (int c = 0; c < 8; ++c) Store(pairs[kPairOfRow[c]] + 16 * b, r[c]);
   }
   return blocks * 8;
@@ -229,8 +249,10 @@ size_t AudioInterleave16to16_16Avx2(uint16_t *dst, const uint16_t *const *pairs,
   const size_t blocks = samples / 8;
   for (size_t b = 0; b < blocks; ++b, dst += 128) {
     __m256i r[8];
+    KV_UNROLL
     for (int k = 0; k < 8; ++k) r[k] = Load(pairs[k] + 16 * b);
     Transpose8x8(r);
+    KV_UNROLL
     for (int j = 0; j < 8; ++j) Store(dst + 16 * j, r[j]);
   }
   return blocks * 8;

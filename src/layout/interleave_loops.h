@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #include "frame/cpu.h"
 #include "kvaudio/interleave.h"
@@ -14,12 +16,24 @@
 
 namespace kvaudio::layout {
 
+// Element access that needs no alignment: callers may pass buffers at any byte address.
+template <typename T>
+T LoadAt(const T *p) {
+  T v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+template <typename T>
+void StoreAt(T *p, T v) {
+  std::memcpy(p, &v, sizeof v);
+}
+
 // Sample formats: Get reads element i of a buffer of In and returns it as Out.
 template <typename T>
 struct Copy {
   using In = T;
   using Out = T;
-  static Out Get(const In *s, size_t i) { return s[i]; }
+  static Out Get(const In *s, size_t i) { return LoadAt(s + i); }
 };
 // A packed 24-bit sample, moved as its three bytes.
 struct Bytes3 {
@@ -33,21 +47,21 @@ using Copy32 = Copy<uint32_t>;
 struct Upper16 {
   using In = uint32_t;
   using Out = uint16_t;
-  static Out Get(const In *s, size_t i) { return static_cast<Out>(s[i] >> 16); }
+  static Out Get(const In *s, size_t i) { return static_cast<Out>(LoadAt(s + i) >> 16); }
 };
 // 32-bit word -> the word with its low bits cleared, keeping the top `Bits`.
 template <int Bits>
 struct KeepTop {
   using In = uint32_t;
   using Out = uint32_t;
-  static Out Get(const In *s, size_t i) { return s[i] & (0xFFFFFFFFu << (32 - Bits)); }
+  static Out Get(const In *s, size_t i) { return LoadAt(s + i) & (0xFFFFFFFFu << (32 - Bits)); }
 };
 // 16-bit sample, zero-extended, -> 32-bit word shifted left by `Shift`.
 template <int Shift>
 struct Widen16 {
   using In = uint16_t;
   using Out = uint32_t;
-  static Out Get(const In *s, size_t i) { return static_cast<Out>(s[i]) << Shift; }
+  static Out Get(const In *s, size_t i) { return static_cast<Out>(LoadAt(s + i)) << Shift; }
 };
 // Packed little-endian 24-bit sample -> left-justified 32-bit word (low byte 0).
 struct Packed24To32 {
@@ -81,7 +95,8 @@ void SplitLanes(const typename F::In *src, size_t stride, size_t per, const Spli
                 size_t from, size_t to) {
   for (size_t i = from; i < to; ++i)
     for (size_t l = 0; l < n; ++l)
-      for (size_t e = 0; e < lanes[l].count; ++e) lanes[l].dst[i * per + e] = F::Get(src, i * stride + lanes[l].offset + e);
+      for (size_t e = 0; e < lanes[l].count; ++e)
+        StoreAt(lanes[l].dst + i * per + e, F::Get(src, i * stride + lanes[l].offset + e));
 }
 
 template <class F>
@@ -89,22 +104,34 @@ void JoinLanes(typename F::Out *dst, size_t stride, size_t per, const JoinLane<F
                size_t to) {
   for (size_t i = from; i < to; ++i)
     for (size_t l = 0; l < n; ++l)
-      for (size_t e = 0; e < lanes[l].count; ++e) dst[i * stride + lanes[l].offset + e] = F::Get(lanes[l].src, i * per + e);
+      for (size_t e = 0; e < lanes[l].count; ++e)
+        StoreAt(dst + i * stride + lanes[l].offset + e, F::Get(lanes[l].src, i * per + e));
 }
 
-// All kPairs pairs present, kPer elements a pair, periods packed: the loops unroll fully.
+// All kPairs pairs present, kPer elements a pair, periods packed. The pair pointers live in
+// locals and the pair loop unrolls fully, so each period is a run of straight moves.
 template <class F, size_t kPairs, size_t kPer>
 void SplitAll(const typename F::In *src, typename F::Out *const *pairs, size_t from, size_t to) {
-  for (size_t i = from; i < to; ++i)
+  typename F::Out *out[kPairs];
+  for (size_t k = 0; k < kPairs; ++k) out[k] = pairs[k];
+  for (size_t i = from; i < to; ++i) {
+#pragma GCC unroll 16
     for (size_t k = 0; k < kPairs; ++k)
-      for (size_t e = 0; e < kPer; ++e) pairs[k][i * kPer + e] = F::Get(src, (i * kPairs + k) * kPer + e);
+#pragma GCC unroll 2
+      for (size_t e = 0; e < kPer; ++e) StoreAt(out[k] + i * kPer + e, F::Get(src, (i * kPairs + k) * kPer + e));
+  }
 }
 
 template <class F, size_t kPairs, size_t kPer>
 void JoinAll(typename F::Out *dst, const typename F::In *const *pairs, size_t from, size_t to) {
-  for (size_t i = from; i < to; ++i)
+  const typename F::In *in[kPairs];
+  for (size_t k = 0; k < kPairs; ++k) in[k] = pairs[k];
+  for (size_t i = from; i < to; ++i) {
+#pragma GCC unroll 16
     for (size_t k = 0; k < kPairs; ++k)
-      for (size_t e = 0; e < kPer; ++e) dst[(i * kPairs + k) * kPer + e] = F::Get(pairs[k], i * kPer + e);
+#pragma GCC unroll 2
+      for (size_t e = 0; e < kPer; ++e) StoreAt(dst + (i * kPairs + k) * kPer + e, F::Get(in[k], i * kPer + e));
+  }
 }
 
 template <class F>
@@ -127,10 +154,21 @@ void SplitFull(const typename F::In *src, typename F::Out *const *pairs, size_t 
   SplitAll<F, kPairs, kPer>(src, pairs, done, samples);
 }
 
+// A 16-bit stereo pair moved as one 32-bit unit.
+struct Pair16 {
+  uint16_t lr[2];
+};
+
 template <class F, size_t kPairs, size_t kPer>
 void JoinFull(typename F::Out *dst, const typename F::In *const *pairs, size_t samples, JoinKernel<F> kernel) {
   const size_t done = kernel && KVAudioCPUHasAVX2() ? kernel(dst, pairs, samples) : 0;
-  JoinAll<F, kPairs, kPer>(dst, pairs, done, samples);
+  if constexpr (std::is_same_v<F, Copy16>) {
+    const Pair16 *units[kPairs];
+    for (size_t k = 0; k < kPairs; ++k) units[k] = reinterpret_cast<const Pair16 *>(pairs[k]);
+    JoinAll<Copy<Pair16>, kPairs, 1>(reinterpret_cast<Pair16 *>(dst), units, done, samples);
+  } else {
+    JoinAll<F, kPairs, kPer>(dst, pairs, done, samples);
+  }
 }
 
 // The Array members read the pair buffers through a table of 16 sample pointers, cleared before it
