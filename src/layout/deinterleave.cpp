@@ -40,19 +40,16 @@ template <class F, size_t kPer>
 uint32_t SplitArray(const typename F::In *src, KVAudioBuffer *const *pairs, uint32_t pairCount, uint32_t samples,
                     SplitKernel<F> four, SplitKernel<F> eight) {
   if (!src || !pairs) return 0;
-  typename F::Out *table[kTableSize];
-  for (size_t first = 0; first < pairCount; first += kTableSize) {
-    const size_t n = std::min<size_t>(kTableSize, pairCount - first);
-    FillTable(table, pairs + first, n);
-    size_t done = 0;
-    if ((pairCount == 4 || pairCount == 8) && AllPresent(table, pairCount) && KVAudioCPUHasAVX2())
-      done = (pairCount == 4 ? four : eight)(src, table, samples);
-    SplitLane<F> lanes[kTableSize];
-    size_t m = 0;
-    for (size_t k = 0; k < n; ++k)
-      if (table[k]) lanes[m++] = {table[k], (first + k) * kPer, kPer};
-    SplitLanes(src, size_t{pairCount} * kPer, kPer, lanes, m, done, samples);
-  }
+  using Out = typename F::Out;
+  ForTableGroups<Out>(
+      pairs, pairCount, [&](Out *const *table) { return (pairCount == 4 ? four : eight)(src, table, samples); },
+      [&](Out *const *table, size_t first, size_t n, size_t done) {
+        SplitLane<F> lanes[kTableSize];
+        size_t m = 0;
+        for (size_t k = 0; k < n; ++k)
+          if (table[k]) lanes[m++] = {table[k], (first + k) * kPer, kPer};
+        SplitLanes(src, size_t{pairCount} * kPer, kPer, lanes, m, done, samples);
+      });
   return 0;
 }
 

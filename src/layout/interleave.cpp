@@ -34,19 +34,16 @@ template <class F>
 uint32_t JoinArray(typename F::Out *dst, KVAudioBuffer *const *pairs, uint32_t pairCount, uint32_t samples,
                    JoinKernel<F> four, JoinKernel<F> eight) {
   if (!dst || !pairs) return 0;
-  const typename F::In *table[kTableSize];
-  for (size_t first = 0; first < pairCount; first += kTableSize) {
-    const size_t n = std::min<size_t>(kTableSize, pairCount - first);
-    FillTable(table, pairs + first, n);
-    size_t done = 0;
-    if ((pairCount == 4 || pairCount == 8) && AllPresent(table, pairCount) && KVAudioCPUHasAVX2())
-      done = (pairCount == 4 ? four : eight)(dst, table, samples);
-    JoinLane<F> lanes[kTableSize];
-    size_t m = 0;
-    for (size_t k = 0; k < n; ++k)
-      if (table[k]) lanes[m++] = {table[k], 2 * (first + k), 2};
-    JoinLanes(dst, 2 * size_t{pairCount}, 2, lanes, m, done, samples);
-  }
+  using In = const typename F::In;
+  ForTableGroups<In>(
+      pairs, pairCount, [&](In *const *table) { return (pairCount == 4 ? four : eight)(dst, table, samples); },
+      [&](In *const *table, size_t first, size_t n, size_t done) {
+        JoinLane<F> lanes[kTableSize];
+        size_t m = 0;
+        for (size_t k = 0; k < n; ++k)
+          if (table[k]) lanes[m++] = {table[k], 2 * (first + k), 2};
+        JoinLanes(dst, 2 * size_t{pairCount}, 2, lanes, m, done, samples);
+      });
   return 0;
 }
 

@@ -77,25 +77,33 @@ KV_INLINE void Transpose4x64(__m256i r[4]) {
   r[3] = _mm256_permute2x128_si256(t1, t3, 0x31);
 }
 
-// 8x8 transpose of 32-bit units: r[i][j] -> r[j][i].
+// 8x8 transpose of 32-bit units: r[i][j] -> r[j][i], in place. Scalar temporaries rather than
+// arrays keep GCC 12's AddressSanitizer build free of exception-handling references.
 KV_INLINE void Transpose8x8(__m256i r[8]) {
-  __m256i t[8], u[8];
   KV_UNROLL
   for (int i = 0; i < 8; i += 2) {
-    t[i] = _mm256_unpacklo_epi32(r[i], r[i + 1]);      // ri[0] ri+1[0] ri[1] ri+1[1] | [4] [5]
-    t[i + 1] = _mm256_unpackhi_epi32(r[i], r[i + 1]);  // [2] [3] | [6] [7]
+    const __m256i lo = _mm256_unpacklo_epi32(r[i], r[i + 1]);  // ri[0] ri+1[0] ri[1] ri+1[1] | [4] [5]
+    const __m256i hi = _mm256_unpackhi_epi32(r[i], r[i + 1]);  // [2] [3] | [6] [7]
+    r[i] = lo;
+    r[i + 1] = hi;
   }
   KV_UNROLL
   for (int i = 0; i < 8; i += 4) {
-    u[i] = _mm256_unpacklo_epi64(t[i], t[i + 2]);          // column 0 | 4 of rows i..i+3
-    u[i + 1] = _mm256_unpackhi_epi64(t[i], t[i + 2]);      // column 1 | 5
-    u[i + 2] = _mm256_unpacklo_epi64(t[i + 1], t[i + 3]);  // column 2 | 6
-    u[i + 3] = _mm256_unpackhi_epi64(t[i + 1], t[i + 3]);  // column 3 | 7
+    const __m256i c04 = _mm256_unpacklo_epi64(r[i], r[i + 2]);  // column 0 | 4 of rows i..i+3
+    const __m256i c15 = _mm256_unpackhi_epi64(r[i], r[i + 2]);
+    const __m256i c26 = _mm256_unpacklo_epi64(r[i + 1], r[i + 3]);
+    const __m256i c37 = _mm256_unpackhi_epi64(r[i + 1], r[i + 3]);
+    r[i] = c04;
+    r[i + 1] = c15;
+    r[i + 2] = c26;
+    r[i + 3] = c37;
   }
   KV_UNROLL
   for (int c = 0; c < 4; ++c) {
-    r[c] = _mm256_permute2x128_si256(u[c], u[c + 4], 0x20);
-    r[c + 4] = _mm256_permute2x128_si256(u[c], u[c + 4], 0x31);
+    const __m256i lo = _mm256_permute2x128_si256(r[c], r[c + 4], 0x20);
+    const __m256i hi = _mm256_permute2x128_si256(r[c], r[c + 4], 0x31);
+    r[c] = lo;
+    r[c + 4] = hi;
   }
 }
 

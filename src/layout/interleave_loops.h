@@ -172,12 +172,20 @@ void JoinFull(typename F::Out *dst, const typename F::In *const *pairs, size_t s
 }
 
 // The Array members read the pair buffers through a table of 16 sample pointers, cleared before it
-// is filled with the entries first..first+n-1 (n <= 16); a null entry gives a null pointer.
+// is filled; more than 16 records are taken 16 at a time. For each group, `rest(table, first, n,
+// done)` runs the plain loop over records first..first+n-1 from period `done`, where `done` counts
+// the periods `kernel(table)` moved: only with exactly 4 or 8 records, all present, and AVX2.
 constexpr size_t kTableSize = 16;
-template <typename T>
-void FillTable(T **table, KVAudioBuffer *const *pairs, size_t n) {
-  ZeroMemoryFast(table, kTableSize * sizeof(T *));
-  for (size_t k = 0; k < n; ++k) table[k] = pairs[k] ? static_cast<T *>(pairs[k]->samples) : nullptr;
+template <typename T, typename Kernel, typename Rest>
+void ForTableGroups(KVAudioBuffer *const *pairs, uint32_t pairCount, Kernel kernel, Rest rest) {
+  T *table[kTableSize];
+  for (size_t first = 0; first < pairCount; first += kTableSize) {
+    const size_t n = pairCount - first < kTableSize ? pairCount - first : kTableSize;
+    ZeroMemoryFast(table, sizeof table);
+    for (size_t k = 0; k < n; ++k) table[k] = pairs[first + k] ? static_cast<T *>(pairs[first + k]->samples) : nullptr;
+    const bool whole = (pairCount == 4 || pairCount == 8) && AllPresent(table, pairCount);
+    rest(table, first, n, whole && KVAudioCPUHasAVX2() ? kernel(table) : size_t{0});
+  }
 }
 
 }  // namespace kvaudio::layout
