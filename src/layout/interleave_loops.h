@@ -89,23 +89,29 @@ struct JoinLane {
 };
 
 // Periods [from, to) of a source with `stride` elements a period; each lane buffer holds `per`
-// elements a period.
+// elements a period. A lane moves one or two elements a period.
 template <class F>
 void SplitLanes(const typename F::In *src, size_t stride, size_t per, const SplitLane<F> *lanes, size_t n,
                 size_t from, size_t to) {
-  for (size_t i = from; i < to; ++i)
-    for (size_t l = 0; l < n; ++l)
-      for (size_t e = 0; e < lanes[l].count; ++e)
-        StoreAt(lanes[l].dst + i * per + e, F::Get(src, i * stride + lanes[l].offset + e));
+  for (size_t i = from; i < to; ++i) {
+    for (size_t l = 0; l < n; ++l) {
+      const size_t at = i * stride + lanes[l].offset;
+      StoreAt(lanes[l].dst + i * per, F::Get(src, at));
+      if (lanes[l].count > 1) StoreAt(lanes[l].dst + i * per + 1, F::Get(src, at + 1));
+    }
+  }
 }
 
 template <class F>
 void JoinLanes(typename F::Out *dst, size_t stride, size_t per, const JoinLane<F> *lanes, size_t n, size_t from,
                size_t to) {
-  for (size_t i = from; i < to; ++i)
-    for (size_t l = 0; l < n; ++l)
-      for (size_t e = 0; e < lanes[l].count; ++e)
-        StoreAt(dst + i * stride + lanes[l].offset + e, F::Get(lanes[l].src, i * per + e));
+  for (size_t i = from; i < to; ++i) {
+    for (size_t l = 0; l < n; ++l) {
+      typename F::Out *at = dst + i * stride + lanes[l].offset;
+      StoreAt(at, F::Get(lanes[l].src, i * per));
+      if (lanes[l].count > 1) StoreAt(at + 1, F::Get(lanes[l].src, i * per + 1));
+    }
+  }
 }
 
 // All kPairs pairs present, kPer elements a pair, periods packed. The pair pointers live in

@@ -70,11 +70,10 @@ uint32_t JoinMono(void *dst, const void *left, const void *right, uint32_t sampl
   const auto *l = static_cast<const typename F::In *>(left);
   const auto *r = static_cast<const typename F::In *>(right);
   const size_t done = l && r && kernel && KVAudioCPUHasAVX2() ? kernel(out, l, r, samples) : 0;
-  JoinLane<F> lanes[2];
-  size_t n = 0;
-  if (l) lanes[n++] = {l, 0, 1};
-  if (r) lanes[n++] = {r, 1, 1};
-  JoinLanes(out, 2, 1, lanes, n, done, samples);
+  for (size_t i = done; i < samples; ++i) {
+    if (l) StoreAt(out + 2 * i, F::Get(l, i));
+    if (r) StoreAt(out + 2 * i + 1, F::Get(r, i));
+  }
   return 0;
 }
 
@@ -123,8 +122,7 @@ uint32_t AudioInterleavePair16to32(void *dst, const void *src, uint32_t pairInde
 uint32_t AudioDeinterleaveStereo2Mono(uint16_t *dst, const uint16_t *src, uint32_t samples) {
   if (!dst || !src) return 0;
   const size_t done = KVAudioCPUHasAVX2() ? AudioDeinterleaveStereo2MonoAvx2(dst, src, samples) : 0;
-  const SplitLane<Copy16> left{dst, 0, 1};
-  SplitLanes(src, 2, 1, &left, 1, done, samples);
+  for (size_t i = done; i < samples; ++i) StoreAt(dst + i, Copy16::Get(src, 2 * i));
   return 0;
 }
 
