@@ -179,26 +179,26 @@ KV_INLINE size_t Zip(T *dst, const T *left, const T *right, size_t samples) {
 
 }  // namespace
 
-// in: 8 periods of units A B C D -> out: A0..A7, B0..B7, C0..C7, D0..D7 (a 4x8 transpose).
+// in: 2 periods A B C D A' B' C' D' -> A A' B B' | C C' D D' (64-bit units of two periods); four
+// such rows are a 4x4 transpose of 64-bit units giving A0..A7, B0..B7, C0..C7, D0..D7.
 size_t AudioDeinterleave16to16Avx2(const uint32_t *src, uint32_t *const *pairs, size_t samples) {
   uint32_t *out[4];
   return WithStores(Hoist(pairs, out, 4, samples * 16), [&](auto put) KV_LAMBDA_INLINE {
     const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
-    const size_t blocks = samples / 8;
+    const size_t blocks = samples / 16;
     for (size_t b = 0; b < blocks; ++b) {
-      const uint32_t *in = src + 32 * b;
-      const __m256i v0 = Load(in), v1 = Load(in + 8), v2 = Load(in + 16), v3 = Load(in + 24);
-      const __m256i ab01 = _mm256_unpacklo_epi32(v0, v1);  // A0 A2 B0 B2 | A1 A3 B1 B3
-      const __m256i cd01 = _mm256_unpackhi_epi32(v0, v1);  // C0 C2 D0 D2 | C1 C3 D1 D3
-      const __m256i ab23 = _mm256_unpacklo_epi32(v2, v3);  // A4 A6 B4 B6 | A5 A7 B5 B7
-      const __m256i cd23 = _mm256_unpackhi_epi32(v2, v3);
-      const size_t at = b * 8;
-      put(out[0] + at, _mm256_permutevar8x32_epi32(_mm256_unpacklo_epi64(ab01, ab23), order));
-      put(out[1] + at, _mm256_permutevar8x32_epi32(_mm256_unpackhi_epi64(ab01, ab23), order));
-      put(out[2] + at, _mm256_permutevar8x32_epi32(_mm256_unpacklo_epi64(cd01, cd23), order));
-      put(out[3] + at, _mm256_permutevar8x32_epi32(_mm256_unpackhi_epi64(cd01, cd23), order));
+      __m256i r[8];
+      KV_UNROLL
+      for (int j = 0; j < 8; ++j) r[j] = _mm256_permutevar8x32_epi32(Load(src + 64 * b + 8 * j), order);
+      Transpose4x64(r);
+      Transpose4x64(r + 4);
+      KV_UNROLL
+      for (int k = 0; k < 4; ++k) {
+        put(out[k] + 16 * b, r[k]);
+        put(out[k] + 16 * b + 8, r[k + 4]);
+      }
     }
-    return blocks * 8;
+    return blocks * 16;
   });
 }
 
