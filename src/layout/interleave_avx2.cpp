@@ -22,6 +22,11 @@ KV_INLINE void Store(void *p, __m256i v) { _mm256_storeu_si256(static_cast<__m25
 // Eight 16-bit samples to eight 32-bit words holding sample << 16.
 KV_INLINE __m256i Widen(__m128i v) { return _mm256_slli_epi32(_mm256_cvtepu16_epi32(v), 16); }
 
+// Upper halves of the 8 words at a and the 8 at b, as 16-bit samples: a0-3 b0-3 | a4-7 b4-7.
+KV_INLINE __m256i Upper16(const uint32_t *a, const uint32_t *b) {
+  return _mm256_packus_epi32(_mm256_srli_epi32(Load(a), 16), _mm256_srli_epi32(Load(b), 16));
+}
+
 // Four 64-bit pair units from memory: 32-bit pairs as they are, 16-bit pairs widened.
 KV_INLINE __m256i Units(const uint32_t *p) { return Load(p); }
 KV_INLINE __m256i Units(const uint16_t *p) { return Widen(Load128(p)); }
@@ -245,9 +250,8 @@ size_t AudioDeinterleave24to16Avx2(const uint32_t *src, uint16_t *const *pairs, 
       __m256i r[4];
       KV_UNROLL
       for (int j = 0; j < 4; ++j) {
-        const __m256i a = _mm256_srli_epi32(Load(src + 64 * b + 16 * j), 16);
-        const __m256i c = _mm256_srli_epi32(Load(src + 64 * b + 16 * j + 8), 16);
-        r[j] = _mm256_shuffle_epi32(_mm256_packus_epi32(a, c), _MM_SHUFFLE(3, 1, 2, 0));
+        const uint32_t *two = src + 64 * b + 16 * j;
+        r[j] = _mm256_shuffle_epi32(Upper16(two, two + 8), _MM_SHUFFLE(3, 1, 2, 0));
       }
       Transpose4x64(r);
       KV_UNROLL
@@ -267,11 +271,7 @@ size_t AudioDeinterleave32to16_16Avx2(const uint32_t *src, uint16_t *const *pair
     for (size_t b = 0; b < blocks; ++b) {
       __m256i r[8];
       KV_UNROLL
-      for (int j = 0; j < 8; ++j) {
-        const __m256i lo = _mm256_srli_epi32(Load(src + 128 * b + 16 * j), 16);
-        const __m256i hi = _mm256_srli_epi32(Load(src + 128 * b + 16 * j + 8), 16);
-        r[j] = _mm256_packus_epi32(lo, hi);
-      }
+      for (int j = 0; j < 8; ++j) r[j] = Upper16(src + 128 * b + 16 * j, src + 128 * b + 16 * j + 8);
       Transpose8x8(r);
       KV_UNROLL
       for (int c = 0; c < 8; ++c) put(out[kPairOfRow[c]] + 16 * b, r[c]);
