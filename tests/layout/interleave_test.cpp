@@ -140,8 +140,6 @@ const LayoutCase kLayoutCases[] = {
      [](In i, Out o) { AudioInterleaveMono2Stereo(P<uint16_t>(o[0]), 8, 2, P<uint16_t>(i[0])); }},
     {"Mono2Stereo24Packed", {{3, {0x123456, 0xABCDEF}}}, {{3, {0x123456, 0x123456, 0xABCDEF, 0xABCDEF}}},
      [](In i, Out o) { AudioInterleaveMono2Stereo(P<uint16_t>(o[0]), 24, 2, P<uint16_t>(i[0])); }},
-    {"Mono2Stereo32", {{4, {0x12345678}}}, {{4, {0x12345678, 0x12345678}}},
-     [](In i, Out o) { AudioInterleaveMono2Stereo(P<uint16_t>(o[0]), 32, 1, P<uint16_t>(i[0])); }},
     {"DualMono2Stereo16With20BitPacked", {{3, {0x12345, 0x6789A}}, {3, {0xBCDEF, 0x00001}}},
      {{3, {0x12345, 0xBCDEF, 0x6789A, 0x00001}}},
      [](In i, Out o) { AudioInterleaveDualMono2Stereo16(o[0], 20, 2, i[0], i[1]); }},
@@ -257,12 +255,6 @@ const TransformCase kTransformCases[] = {
        return Join<uint16_t, uint32_t, 8>(w, n, [](uint32_t *d, auto &p, uint32_t m) {
          AudioInterleave16to32_16(d, p[0].data(), p[1].data(), p[2].data(), p[3].data(), p[4].data(), p[5].data(),
                                   p[6].data(), p[7].data(), m, 16);
-       });
-     }},
-    {"Interleave20to24CopiesWords", 0x12345000, 0x12345000,
-     [](uint32_t w, uint32_t n) {
-       return Join<uint32_t, uint32_t, 4>(w, n, [](uint32_t *d, auto &p, uint32_t m) {
-         AudioInterleave20to24(d, p[0].data(), p[1].data(), p[2].data(), p[3].data(), m, 8);
        });
      }},
     {"InterleavePair16to32ShiftsBy16", 0x8001, 0x80010000,
