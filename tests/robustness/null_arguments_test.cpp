@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "kvaudio/generator.h"
+#include "kvaudio/interleave.h"
 #include "kvaudio/loudness.h"
 #include "kvaudio/ltc.h"
 #include "kvaudio/peak.h"
@@ -22,6 +23,9 @@ struct Case {
 TEST(NullArguments, DocumentedResults) {
   int16_t samples[4] = {1, -2, 3, -4};
   uint32_t word = 0;
+  uint32_t *w = &word;
+  KVAudioBuffer record{samples, sizeof samples, sizeof samples, 2, 16};
+  KVAudioBuffer *records[4] = {&record, &record, &record, &record};
   const Case cases[] = {
       {"audGenSet", [] { return audGenSet(nullptr, 0, 1000, 0, 0, 0, 0, 0, nullptr, 1.0, 1.0, 0.0); }, 0},
       {"audGenRestart", [] { return audGenRestart(nullptr); }, 0},
@@ -38,6 +42,13 @@ TEST(NullArguments, DocumentedResults) {
       {"smpteEncode", [] { return smpteEncode(0, 0, nullptr, 100); }, 0},
       {"smpteDecode of a null buffer",
        [] { smpteDecodeSetBuffer(nullptr, 1000); return smpteDecode(nullptr, nullptr, nullptr); }, SMPTE_NO_FRAME},
+      {"AudioDeinterleave16to16", [&] { return AudioDeinterleave16to16(nullptr, w, w, w, w, 1); }, 0},
+      {"AudioInterleave32to32", [&] { return AudioInterleave32to32(nullptr, w, w, w, w, 1, 8); }, 0},
+      {"AudioDeinterleave16to16Array", [&] { return AudioDeinterleave16to16Array(nullptr, records, 4, 1); }, 0},
+      {"AudioInterleave16to16Array", [&] { return AudioInterleave16to16Array(nullptr, records, 4, 1); }, 0},
+      {"AudioDeinterleavePair", [&] { return AudioDeinterleavePair(nullptr, samples, 0, 16, 2, 1); }, 0},
+      {"AudioInterleavePair", [&] { return AudioInterleavePair(samples, nullptr, 0, 16, 2, 1); }, 0},
+      {"AudioInterleaveMono2Stereo", [&] { return AudioInterleaveMono2Stereo(nullptr, 16, 1, nullptr); }, 0},
       {"audTestPeak16M", [] { return audTestPeak16M(nullptr, 4); }, 0},
   };
   for (const Case &c : cases) EXPECT_EQ(c.run(), c.result) << c.call;
