@@ -228,10 +228,11 @@ uint32_t ebu_r128_process_and_calculate(s_ebu_r128 *s, uint32_t frames, const vo
   ebu_r128_get_integrated_lufs(s);
   const double lo = wideRange ? -59.0 : -41.0, hi = wideRange ? -5.0 : -14.0;
   double v = static_cast<double>(s->currentLoudness) - 0.29;
-  v = v < lo ? lo : (v > hi ? hi : v);
+  // A loudness that is not a number (filters unstable at rates far below the shelf) reads low.
+  v = !(v >= lo) ? lo : (v > hi ? hi : v);
   s->currentLoudness = static_cast<float>(v);
-  const double r = 100.0 * (s->mode == 3 ? static_cast<double>(s->integratedLoudness) : v);
-  const uint32_t m = static_cast<uint32_t>(std::fabs(r));
+  const double r = std::fabs(100.0 * (s->mode == 3 ? static_cast<double>(s->integratedLoudness) : v));
+  const uint32_t m = r < 4294967296.0 ? static_cast<uint32_t>(r) : std::isnan(r) ? 0 : 0xFFFFFFFF;
   if (result) *result = (m << 16) + (m & 0xFFFF);
   return 0;
 }
