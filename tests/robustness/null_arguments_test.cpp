@@ -46,6 +46,8 @@ TEST(NullArguments, DocumentedResults) {
       {"AudioInterleave32to32", [&] { return AudioInterleave32to32(nullptr, w, w, w, w, 1, 8); }, 0},
       {"AudioDeinterleave16to16Array", [&] { return AudioDeinterleave16to16Array(nullptr, records, 4, 1); }, 0},
       {"AudioInterleave16to16Array", [&] { return AudioInterleave16to16Array(nullptr, records, 4, 1); }, 0},
+      {"AudioDeinterleave32to32Array of a null table", [&] { return AudioDeinterleave32to32Array(w, nullptr, 4, 1); }, 0},
+      {"AudioDeinterleavePair beyond the channels", [&] { return AudioDeinterleavePair(w, samples, 3, 16, 6, 1); }, 0},
       {"AudioDeinterleavePair", [&] { return AudioDeinterleavePair(nullptr, samples, 0, 16, 2, 1); }, 0},
       {"AudioInterleavePair", [&] { return AudioInterleavePair(samples, nullptr, 0, 16, 2, 1); }, 0},
       {"AudioInterleaveMono2Stereo", [&] { return AudioInterleaveMono2Stereo(nullptr, 16, 1, nullptr); }, 0},
