@@ -64,8 +64,25 @@ Bytes Interleave(int t) {
   std::vector<uint32_t> p[4];
   for (auto &v : p) v.resize(kFrames);
   AudioDeinterleave16to16(src.data(), p[0].data(), p[1].data(), p[2].data(), p[3].data(), kFrames);
+  std::vector<uint16_t> wide(kFrames * 16);
+  const uint16_t *q[8];
+  for (int k = 0; k < 8; ++k) q[k] = reinterpret_cast<const uint16_t *>(p[k % 4].data());
+  AudioInterleave16to16_16(wide.data(), q[0], q[1], q[2], q[3], q[4], q[5], q[6], q[7], kFrames, 16);
+  std::vector<uint32_t> pair(kFrames * 2);
+  AudioDeinterleavePair(src.data(), pair.data(), 1, 32, 4, kFrames);
+  KVAudioBuffer records[8];
+  KVAudioBuffer *table[8];
+  for (int k = 0; k < 8; ++k) {
+    records[k] = KVAudioBuffer{p[k % 4].data(), kFrames * 4, kFrames * 4, 2, 16};
+    table[k] = &records[k];
+  }
+  std::vector<uint16_t> joined(kFrames * 16);
+  AudioInterleave16to16Array(joined.data(), table, 8, kFrames);
   Bytes out;
   for (auto &v : p) Append(out, v.data(), v.size());
+  Append(out, wide.data(), wide.size());
+  Append(out, pair.data(), pair.size());
+  Append(out, joined.data(), joined.size());
   return out;
 }
 
