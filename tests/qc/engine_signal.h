@@ -22,15 +22,21 @@ struct Frame {
   explicit Frame(uint32_t n) : l(n), r(n) {}
 };
 
-// 1000 Hz on the left and 1500 Hz on the right at amplitude `amp`: uncorrelated over every 25 fps
+// 1000 Hz on the left and 1500 Hz on the right at amplitude 0.1 (-20 dBFS), at most kFrame long: uncorrelated over every 25 fps
 // frame, and every frame starts at phase 0.
-inline Frame CleanFrame(uint32_t n = kFrame, double amp = 0.1) {
-  const double pi = 3.141592653589793;
+inline Frame CleanFrame(uint32_t n = kFrame) {
+  static const Frame longest = [] {
+    const double pi = 3.141592653589793;
+    Frame f(kFrame);
+    for (uint32_t i = 0; i < kFrame; ++i) {
+      f.l[i] = 0.1 * std::sin(2 * pi * 1000.0 * i / kRate);
+      f.r[i] = 0.1 * std::sin(2 * pi * 1500.0 * i / kRate);
+    }
+    return f;
+  }();
   Frame f(n);
-  for (uint32_t i = 0; i < n; ++i) {
-    f.l[i] = amp * std::sin(2 * pi * 1000.0 * i / kRate);
-    f.r[i] = amp * std::sin(2 * pi * 1500.0 * i / kRate);
-  }
+  std::copy(longest.l.begin(), longest.l.begin() + n, f.l.begin());
+  std::copy(longest.r.begin(), longest.r.begin() + n, f.r.begin());
   return f;
 }
 
