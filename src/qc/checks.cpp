@@ -63,7 +63,7 @@ std::vector<std::pair<uint32_t, uint32_t>> Pairs(uint32_t layoutId, uint32_t cha
 // Accumulates the channels or pairs in which a rule holds.
 struct Verdict {
   RuleFrame f{};
-  Verdict(double reference) {
+  explicit Verdict(double reference) {
     f.reference = reference;
     f.auxA = f.auxB = kNone;
   }
@@ -109,7 +109,7 @@ RuleFrame ProgrammeSilence(const Context &x) {
 }
 
 RuleFrame ChannelSilence(const Context &x) {
-  Verdict v(std::popcount(x.plan.checked));
+  Verdict v(static_cast<double>(std::popcount(x.plan.checked)));
   uint64_t silent = 0;
   double silentLevel = kNone, otherLevel = kNone;
   x.EachChecked([&](uint32_t c) {

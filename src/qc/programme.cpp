@@ -42,8 +42,13 @@ void ProgrammeLoudness::Configure(uint32_t rate, uint32_t bits, uint32_t channel
 void ProgrammeLoudness::Reset() {
   if (ready_) ebu_r128_destroy(&meter_);
   meter_ = s_ebu_r128{};
-  ready_ = bits_ != 0 && ebu_r128_init(&meter_, 1, static_cast<uint8_t>(bits_), rate_, 2, static_cast<uint8_t>(channels_)) == 1 &&
-           meter_.stepSamples != 0 && meter_.windowSamples / meter_.stepSamples >= kMomentarySteps;
+  ready_ = bits_ != 0 && ebu_r128_init(&meter_, 1, static_cast<uint8_t>(bits_), rate_, 2,
+                                       static_cast<uint8_t>(channels_)) == 1;
+  // Readings need whole 100 ms steps and at least 400 ms of them in the window.
+  if (ready_ && (meter_.stepSamples == 0 || meter_.windowSamples / meter_.stepSamples < kMomentarySteps)) {
+    ebu_r128_destroy(&meter_);
+    ready_ = false;
+  }
   Clear();
 }
 
