@@ -53,8 +53,9 @@ struct Case {
   uint64_t total = 40;  // frames in the clip
   uint64_t lag = 0;     // 0: exact; else a reading over a window: start and end up to lag frames late
 
-  Outcome Run(const Change &change) const {
+  Outcome Run(const Change &change, uint32_t bits = 16) const {
     kvaudqcConfig config{};
+    config.bitsPerSample = bits;
     setup(config);
     return Analyse(config, total, [&](uint64_t i, Frame &f) {
       if (i >= first && i < first + count) change(i - first, f);
@@ -108,6 +109,12 @@ TEST_P(EngineRule, FaultRaisesOneEventWhereItIs) {
   }
   EXPECT_EQ(run.report.eventsPerRule[c.rule - 1], 1u);
   EXPECT_EQ(run.report.passed, 0u);
+  // The same audio left-justified in 32 bits gives the same events.
+  const Outcome wide = c.Run(c.hit, 32);
+  ASSERT_EQ(wide.events.size(), run.events.size());
+  for (size_t i = 0; i < run.events.size(); ++i)
+    EXPECT_EQ(std::tie(wide.events[i].rule, wide.events[i].startA, wide.events[i].frames, wide.events[i].channelMask),
+              std::tie(run.events[i].rule, run.events[i].startA, run.events[i].frames, run.events[i].channelMask));
 }
 
 TEST_P(EngineRule, NearMissRaisesNone) {

@@ -30,10 +30,16 @@ inline Frame CleanFrame(uint32_t n = kFrame) {
   return {{tone.l.begin(), tone.l.begin() + n}, {tone.r.begin(), tone.r.begin() + n}};
 }
 
-inline std::vector<int16_t> Pcm(const Frame &f) {
-  std::vector<int16_t> out;
+// Interleaved 16-bit samples, or the same samples left-justified in 32 bits.
+inline std::vector<uint8_t> Pcm(const Frame &f, bool wide) {
+  std::vector<uint8_t> out;
   for (size_t i = 0; i < f.l.size(); ++i)
-    for (double x : {f.l[i], f.r[i]}) out.push_back(static_cast<int16_t>(std::lround(std::fmin(x * 32768.0, 32767.0))));
+    for (double x : {f.l[i], f.r[i]}) {
+      const auto s16 = static_cast<int16_t>(std::lround(std::fmin(x * 32768.0, 32767.0)));
+      const auto s32 = static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(s16)) << 16);
+      const auto *bytes = wide ? reinterpret_cast<const uint8_t *>(&s32) : reinterpret_cast<const uint8_t *>(&s16);
+      out.insert(out.end(), bytes, bytes + (wide ? 4 : 2));
+    }
   return out;
 }
 
@@ -58,13 +64,13 @@ inline std::vector<kvaudqcEvent> Events(const kvqcAudioEngine *e) {
 // Feeds frames 0 .. frames-1 of length lengths[i % lengths.size()] with `fault` applied, finishes
 // and reads the events.
 inline Outcome Feed(kvqcAudioEngine *e, uint64_t frames, const Fault &fault, bool keepRecords = false,
-                    const std::vector<uint32_t> &lengths = {kFrame}) {
+                    const std::vector<uint32_t> &lengths = {kFrame}, bool wide = false) {
   Outcome run;
   kvaudqcFrameAnalyze rec;
   for (uint64_t i = 0; i < frames; ++i) {
     Frame f = CleanFrame(lengths[i % lengths.size()]);
     fault(i, f);
-    EXPECT_EQ(kvqcAudioFrame(e, Pcm(f).data(), static_cast<uint32_t>(f.l.size()), &rec), 0);
+    EXPECT_EQ(kvqcAudioFrame(e, Pcm(f, wide).data(), static_cast<uint32_t>(f.l.size()), &rec), 0);
     if (keepRecords) run.records.push_back(rec);
   }
   EXPECT_EQ(kvqcAudioFinish(e, &run.report), 0);
@@ -75,7 +81,7 @@ inline Outcome Feed(kvqcAudioEngine *e, uint64_t frames, const Fault &fault, boo
 inline Outcome Analyse(const kvaudqcConfig &config, uint64_t frames, const Fault &fault, bool keepRecords = false,
                        const std::vector<uint32_t> &lengths = {kFrame}) {
   kvqcAudioEngine *e = kvqcAudioOpen(&config);
-  Outcome run = Feed(e, frames, fault, keepRecords, lengths);
+  Outcome run = Feed(e, frames, fault, keepRecords, lengths, config.bitsPerSample == 32);
   kvqcAudioClose(e);
   return run;
 }
