@@ -140,7 +140,7 @@ RuleFrame PairRule(const Context &x, double reference, Test test) {
   Verdict v(reference);
   for (size_t i = 0; i < x.plan.pairs.size(); ++i) {
     const auto [a, b] = x.plan.pairs[i];
-    double value, auxA, auxB;
+    double value = 0.0, auxA = kNone, auxB = kNone;
     uint64_t mask = Bit(a) | Bit(b);
     if (test(a, b, x.fig.correlation[i], value, auxA, auxB, mask)) v.Hold(mask, value, auxA, auxB);
   }
