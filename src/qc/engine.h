@@ -1,4 +1,4 @@
-// The QC engine behind the kvqcAudio handle: its configuration, rule trackers and event list.
+// The QC engine behind the kvqcAudio handle: configuration, frame analysis, rule trackers, events.
 #pragma once
 
 #include <cstdint>
@@ -56,9 +56,11 @@ class AudioQcEngine : public kvqcAudioEngine {
   uint64_t positionB = 0;
 
  private:
-  // Derives the plan and sets up the loudness meter of a supported configuration.
+  // Derives the plan and configures the loudness measurement of a supported configuration.
   void Prepare();
+  // Scans the checked channels and pairs of one frame and feeds the loudness meter.
   void Measure(const void *pcm, uint32_t frames, FrameFigures &fig);
+  // Loudness violation bits of a report against the configured limits.
   uint32_t Violations(const kvaudqcReport &report) const;
 
   kvaudqcConfig config_;
