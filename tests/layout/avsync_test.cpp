@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "avsync_direct.h"
 #include "kvaudio/avsync.h"
 #include "layout/avsync_internal.h"
 #include "test_util.h"
@@ -24,32 +25,15 @@ struct Result {
   double score;
 };
 
-// Detection as directly as it is defined: per start, per sample, the channel mean, then the sums.
+// The direct form with the detector's return codes and threshold (0: the default 0.35).
 template <typename T>
 Result Direct(const std::vector<T> &in, uint32_t channels, uint32_t rate, double threshold) {
   const std::vector<double> p = AvSyncBurst(rate);
-  double energy = 0.0;
-  for (double v : p) energy += v * v;
-  const size_t frames = in.size() / channels;
-  if (frames < p.size()) return {3, kNone, 0.0};
-  double best = -1.0;
-  uint32_t at = kNone;
-  for (size_t t = 0; t + p.size() <= frames; ++t) {
-    double c = 0.0, power = 0.0;
-    for (size_t j = 0; j < p.size(); ++j) {
-      double sum = 0.0;
-      for (size_t ch = 0; ch < channels; ++ch) sum += static_cast<double>(in[(t + j) * channels + ch]);
-      const double m = sum / static_cast<double>(channels);
-      c += m * p[j];
-      power += m * m;
-    }
-    if (power == 0.0) continue;
-    const double score = std::fabs(c) / std::sqrt(power * energy);
-    if (score > best) best = score, at = static_cast<uint32_t>(t);
-  }
-  if (at == kNone) return {2, kNone, 0.0};
-  if (best < (threshold > 0 ? threshold : 0.35)) return {2, kNone, best};
-  return {0, at, best};
+  if (in.size() / channels < p.size()) return {3, kNone, 0.0};
+  const kvtest::AvSyncFound best = kvtest::AvSyncDirect(in.data(), in.size() / channels, channels, p);
+  if (best.position == kNone) return {2, kNone, 0.0};
+  if (best.score < (threshold > 0 ? threshold : 0.35)) return {2, kNone, best.score};
+  return {0, best.position, best.score};
 }
 
 template <typename T>
