@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
@@ -69,6 +71,23 @@ inline void ExpectSameBytesForEveryLength(const std::string &name, const BufferS
     ExpectSameBytes(name, s, run, n, n * 7, 5);
     if (testing::Test::HasFatalFailure()) return;
   }
+}
+
+// f() on the plain loop and on the kernel: {plain, kernel}.
+template <typename F>
+auto OnBothPaths(F f) {
+  std::array<decltype(f()), 2> results;
+  for (int path = 0; path < 2; ++path) {
+    ScopedAvx2 force(path);
+    results[path] = f();
+  }
+  return results;
+}
+
+// Same object representation (bit patterns of doubles included).
+template <typename T>
+bool SameBits(const std::array<T, 2> &r) {
+  return std::memcmp(&r[0], &r[1], sizeof(T)) == 0;
 }
 
 }  // namespace kvtest

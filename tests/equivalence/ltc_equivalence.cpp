@@ -4,7 +4,7 @@
 #include <string>
 
 #include "../timing/ltc_signal.h"
-#include "test_util.h"
+#include "equivalence.h"
 
 namespace {
 
@@ -42,8 +42,7 @@ std::vector<uint8_t> Input(size_t frames, uint64_t seed, bool runs, size_t misal
 }
 
 template <typename S>
-std::vector<Step> ScanAll(uint8_t *data, size_t frames, const std::vector<size_t> &cuts, int path) {
-  kvtest::ScopedAvx2 force(path);
+std::vector<Step> ScanAll(uint8_t *data, size_t frames, const std::vector<size_t> &cuts) {
   ZXDetect<S> d;
   std::vector<Step> steps;
   int interval = 0;
@@ -70,9 +69,8 @@ void CheckDetector() {
       const size_t misalign = n % 32;
       auto input = Input<S>(n, n * 31 + runs, runs, misalign);
       for (const auto &cut : cuts) {
-        const auto plain = ScanAll<S>(input.data() + misalign, n, cut, 0);
-        const auto avx2 = ScanAll<S>(input.data() + misalign, n, cut, 1);
-        ASSERT_EQ(plain, avx2) << "n=" << n << " runs=" << runs << " cut=" << cut[0];
+        const auto steps = kvtest::OnBothPaths([&] { return ScanAll<S>(input.data() + misalign, n, cut); });
+        ASSERT_EQ(steps[0], steps[1]) << "n=" << n << " runs=" << runs << " cut=" << cut[0];
       }
     }
   }
@@ -95,11 +93,9 @@ TEST(LtcEquivalence, DecodedReportsAreIdentical) {
     auto run = ltctest::EncodeRun(48000, bits, ltctest::kRates[2], 17970, 120);
     kvtest::Rng rng(bits);
     for (size_t i = 0; i < run.bytes.size(); i += 20011) run.bytes[i] ^= static_cast<uint8_t>(rng.Next());
-    std::vector<ltctest::Report> reports[2];
-    for (int path = 0; path < 2; ++path) {
-      kvtest::ScopedAvx2 force(path);
-      reports[path] = ltctest::DecodeInChunks(run.bytes, bits / 8, 48000, bits, 0, 0, ltctest::kRates[2], {1601, 7, 333});
-    }
+    const auto reports = kvtest::OnBothPaths([&] {
+      return ltctest::DecodeInChunks(run.bytes, bits / 8, 48000, bits, 0, 0, ltctest::kRates[2], {1601, 7, 333});
+    });
     ASSERT_EQ(reports[0].size(), reports[1].size());
     size_t good = 0;
     for (size_t i = 0; i < reports[0].size(); ++i) {
