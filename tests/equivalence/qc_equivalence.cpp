@@ -24,7 +24,8 @@ TEST(QcEquivalence, TruePeakForEveryShape) {
         kvtest::Guarded buf = Frames(frames, channels, bits, channels * 1000 + frames + bits);
         const auto r = kvtest::OnBothPaths([&] {
           kvaudqcTruePeak out;
-          EXPECT_EQ(kvqcAudioAnalyzeTruePeak(buf.data(), static_cast<uint32_t>(frames), channels, bits, 48000, 0, &out), 0);
+          const auto n = static_cast<uint32_t>(frames);
+          EXPECT_EQ(kvqcAudioAnalyzeTruePeak(buf.data(), n, channels, bits, 48000, 0, &out), 0);
           return out;
         });
         ASSERT_TRUE(kvtest::SameBits(r)) << "bits " << bits << " channels " << channels << " frames " << frames;
