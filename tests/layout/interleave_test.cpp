@@ -121,26 +121,33 @@ const LayoutCase kLayoutCases[] = {
      Split<U32, U32, 4, AudioDeinterleave16to16>},
 };
 
+// Runs the call on both paths with its outputs pre-filled with canary bytes; every output must
+// equal its expected buffer (width 0: passed as null).
+void ExpectWrites(const char *name, const std::vector<Buf> &in, const std::vector<Buf> &expected, uint32_t n,
+                  void (*run)(In in, Out out, uint32_t n)) {
+  for (int path = 0; path < 2; ++path) {
+    kvtest::ScopedAvx2 force(path);
+    std::vector<std::vector<uint8_t>> ins, outs;
+    std::vector<const uint8_t *> inPtrs;
+    std::vector<uint8_t *> outPtrs;
+    for (const Buf &b : in) inPtrs.push_back(b.width ? ins.emplace_back(b.Bytes()).data() : nullptr);
+    for (const Buf &b : expected)
+      outPtrs.push_back(b.width ? outs.emplace_back(b.values.size() * b.width, kCanary).data() : nullptr);
+    run(inPtrs.data(), outPtrs.data(), n);
+    size_t k = 0;
+    for (const Buf &b : expected) {
+      if (!b.width) continue;
+      EXPECT_EQ(outs[k], b.Bytes()) << name << " path " << path << " output " << k;
+      ++k;
+    }
+  }
+}
+
 class InterleaveLayout : public testing::TestWithParam<LayoutCase> {};
 
 TEST_P(InterleaveLayout, WritesExactlyTheExpectedElements) {
   const LayoutCase &c = GetParam();
-  for (int path = 0; path < 2; ++path) {
-    kvtest::ScopedAvx2 force(path);
-    std::vector<std::vector<uint8_t>> in, out;
-    std::vector<const uint8_t *> inPtrs;
-    std::vector<uint8_t *> outPtrs;
-    for (const Buf &b : c.in) inPtrs.push_back(b.width ? in.emplace_back(b.Bytes()).data() : nullptr);
-    for (const Buf &b : c.expected)
-      outPtrs.push_back(b.width ? out.emplace_back(b.values.size() * b.width, kCanary).data() : nullptr);
-    c.run(inPtrs.data(), outPtrs.data(), c.n);
-    size_t k = 0;
-    for (const Buf &b : c.expected) {
-      if (!b.width) continue;
-      EXPECT_EQ(out[k], b.Bytes()) << c.name << " path " << path << " output " << k;
-      ++k;
-    }
-  }
+  ExpectWrites(c.name, c.in, c.expected, c.n, c.run);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, InterleaveLayout, testing::ValuesIn(kLayoutCases),
@@ -182,26 +189,18 @@ const TransformCase kTransformCases[] = {
      0x7FFF0000},
 };
 
-// `bytes` bytes of elements `width` wide, all `value`.
-std::vector<uint8_t> Filled(size_t width, size_t bytes, uint32_t value) {
-  return Buf{width, std::vector<uint32_t>(bytes / width, value)}.Bytes();
-}
-
 class InterleaveTransform : public testing::TestWithParam<TransformCase> {};
 
 TEST_P(InterleaveTransform, EverySampleTransformedAlike) {
   const TransformCase &c = GetParam();
   constexpr uint32_t kN = 19;
-  for (int path = 0; path < 2; ++path) {
-    kvtest::ScopedAvx2 force(path);
-    std::vector<std::vector<uint8_t>> in, out;
-    std::vector<const uint8_t *> inPtrs;
-    std::vector<uint8_t *> outPtrs;
-    for (size_t b : c.inBytes) inPtrs.push_back(in.emplace_back(Filled(c.inWidth, kN * b, c.in)).data());
-    for (size_t b : c.outBytes) outPtrs.push_back(out.emplace_back(kN * b, kCanary).data());
-    c.run(inPtrs.data(), outPtrs.data(), kN);
-    for (const auto &o : out) EXPECT_EQ(o, Filled(c.outWidth, o.size(), c.out)) << c.name << " path " << path;
-  }
+  // Buffers of kN periods of the given bytes, every element `width` wide and equal to `value`.
+  const auto filled = [](const std::vector<size_t> &bytes, size_t width, uint32_t value) {
+    std::vector<Buf> bufs;
+    for (size_t b : bytes) bufs.push_back({width, std::vector<uint32_t>(kN * b / width, value)});
+    return bufs;
+  };
+  ExpectWrites(c.name, filled(c.inBytes, c.inWidth, c.in), filled(c.outBytes, c.outWidth, c.out), kN, c.run);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, InterleaveTransform, testing::ValuesIn(kTransformCases),
