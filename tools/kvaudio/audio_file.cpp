@@ -1,8 +1,12 @@
 // Audio file reading and writing on libsndfile.
 #include "audio_file.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <utility>
@@ -44,6 +48,19 @@ int MajorFromSuffix(const std::string &path) {
   throw FileError(path, "unsupported output type '" + ext + "' (use .wav, .rf64, .aiff or .flac)");
 }
 
+// Opens for reading while the decoders libsndfile uses cannot print to standard error: the tool
+// reports a failure itself, in one line.
+SNDFILE *OpenQuietly(const std::string &path, SF_INFO &info) {
+  std::fflush(stderr);
+  int saved = dup(STDERR_FILENO), null = open("/dev/null", O_WRONLY);
+  if (saved >= 0 && null >= 0) dup2(null, STDERR_FILENO);
+  SNDFILE *file = sf_open(path.c_str(), SFM_READ, &info);
+  if (saved >= 0 && null >= 0) dup2(saved, STDERR_FILENO);
+  if (null >= 0) close(null);
+  if (saved >= 0) close(saved);
+  return file;
+}
+
 }  // namespace
 
 AudioReader::AudioReader(const std::string &path) : path_(path) {
@@ -51,8 +68,8 @@ AudioReader::AudioReader(const std::string &path) : path_(path) {
   if (!std::filesystem::exists(path, ec)) throw FileError(path, "no such file");
   if (std::filesystem::is_directory(path, ec)) throw FileError(path, "is a directory");
   SF_INFO sf{};
-  file_ = sf_open(path.c_str(), SFM_READ, &sf);
-  if (!file_) throw FileError(path, std::string("not a readable audio file (") + sf_strerror(nullptr) + ")");
+  file_ = OpenQuietly(path, sf);
+  if (!file_) throw FileError(path, "not an audio file libsndfile can read, or an unsupported encoding");
   const Subtype *sub = nullptr;
   for (const Subtype &s : kSubtypes)
     if ((sf.format & SF_FORMAT_SUBMASK) == s.code) sub = &s;
