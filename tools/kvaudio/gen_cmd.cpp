@@ -33,12 +33,13 @@ const std::map<std::string, uint32_t> kShapes = {{"sine", AUDGEN_SHAPE_SINE},
 
 int RunGen(const GenOptions &opt) {
   if (opt.rate < 8000 || opt.rate > 384000) throw ToolError("--rate must be 8000 to 384000 Hz");
-  if (opt.frequency == 0 || opt.frequency >= opt.rate / 2 || opt.endFrequency >= opt.rate / 2)
+  bool sweeping = opt.type == "sweep";
+  if (opt.frequency == 0 || opt.frequency >= opt.rate / 2 || (sweeping && opt.endFrequency >= opt.rate / 2))
     throw ToolError("frequencies must lie between 1 Hz and half the sample rate");
   if (!(opt.duration > 0) || opt.duration > 24 * 3600) throw ToolError("--duration must be 0 to 86400 s");
   if (opt.level > 0) throw ToolError("--level is in dBFS and at most 0");
   double sweep = opt.sweepSeconds > 0 ? opt.sweepSeconds : opt.duration;
-  if (opt.type == "sweep" && (sweep < 1 || opt.steps < 2))
+  if (sweeping && (sweep < 1 || opt.steps < 2))
     throw ToolError("a sweep needs at least 1 s (whole seconds count) and 2 steps");
 
   uint32_t flags = kTypes.at(opt.type) | (opt.linear ? AUDGEN_SWEEP_LINEAR : 0);

@@ -1,0 +1,219 @@
+// End-to-end runs of the kvaudio binary: round trips through files, exit codes, bad input.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/wait.h>
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
+
+struct Result {
+  int code;
+  std::string out, err;
+  Json json() const { return Json::parse(out); }
+};
+
+class Cli : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    char pattern[] = "/tmp/kvaudio_cli_XXXXXX";
+    dir_ = mkdtemp(pattern);
+  }
+  static void TearDownTestSuite() { fs::remove_all(dir_); }
+  void SetUp() override {
+#ifndef KVAUDIO_CLI
+    GTEST_SKIP() << "built without the tools";
+#endif
+  }
+
+  static std::string Path(const std::string &name) { return (dir_ / name).string(); }
+
+  // Runs `kvaudio ARGS` in the scratch directory.
+  static Result Kvaudio(const std::string &args) {
+#ifdef KVAUDIO_CLI
+    std::string err = Path("stderr.txt");
+    std::string command = "cd '" + dir_.string() + "' && '" KVAUDIO_CLI "' " + args + " 2>'" + err + "'";
+    Result run{-1, "", ""};
+    FILE *pipe = popen(command.c_str(), "r");
+    char buf[4096];
+    for (size_t n; (n = fread(buf, 1, sizeof(buf), pipe)) > 0;) run.out.append(buf, n);
+    int status = pclose(pipe);
+    run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    std::ifstream in(err);
+    run.err.assign(std::istreambuf_iterator<char>(in), {});
+    return run;
+#else
+    (void)args;
+    return {-1, "", ""};
+#endif
+  }
+
+  static std::vector<char> Bytes(const std::string &name) {
+    std::ifstream in(Path(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  static void Write(const std::string &name, const std::vector<char> &bytes) {
+    std::ofstream(Path(name), std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+  }
+  // Byte offset of the sample data of a WAV file written by the tool.
+  static size_t DataOffset(const std::vector<char> &wav) {
+    std::string s(wav.begin(), wav.end());
+    return s.find("data") + 8;
+  }
+
+  static inline fs::path dir_;
+};
+
+TEST_F(Cli, EveryCommandHasHelpAndUsageErrorsExitTwo) {
+  for (const char *cmd : {"", "loudness", "qc", "ltc", "ltc encode", "ltc decode", "gen", "avsync",
+                          "avsync insert", "avsync detect", "demo"}) {
+    Result help = Kvaudio(std::string(cmd) + " --help");
+    EXPECT_EQ(help.code, 0) << cmd;
+    EXPECT_NE(help.out.find("Usage"), std::string::npos) << cmd;
+  }
+  for (const char *bad : {"", "loudness", "gen tone", "gen hum x.wav", "loudness x.wav --bogus",
+                          "ltc encode x.wav --fps 23.976", "qc x.wav --fps 31", "loudness x.wav --standard 9"}) {
+    Result run = Kvaudio(bad);
+    EXPECT_EQ(run.code, 2) << bad;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << bad << ": " << run.err;
+  }
+}
+
+// The same signal gives the same readings in every container and width.
+TEST_F(Cli, GenThenLoudnessAgreesAcrossFormats) {
+  for (const char *file : {"tone16.wav", "tone24.flac", "tone32.aiff", "tone24.rf64"}) {
+    std::string name = file, bits = name.substr(4, 2);
+    ASSERT_EQ(Kvaudio("gen tone " + name + " --level -20 --duration 12 --bits " + bits).code, 0) << file;
+    Result run = Kvaudio("loudness " + name + " --json");
+    ASSERT_EQ(run.code, 0) << file << run.err;
+    Json r = run.json()["files"][0];
+    // A -20 dBFS sine: RMS -23.01 per channel, two channels; K-weighting adds 0.69 dB at 1 kHz.
+    EXPECT_NEAR(r["meter"]["momentary"]["max"].get<double>(), -20.0, 0.05) << file;
+    EXPECT_NEAR(r["analysis"]["integrated"].get<double>(), -20.69, 0.02) << file;
+    EXPECT_NEAR(r["analysis"]["truePeak"].get<double>(), -20.0, 0.01) << file;
+    EXPECT_NEAR(r["duration"].get<double>(), 12.0, 1e-9) << file;
+  }
+}
+
+TEST_F(Cli, LoudnessStandardDecidesTheExitCode) {
+  ASSERT_EQ(Kvaudio("gen tone ok.wav --level -22.3 --duration 30").code, 0);
+  ASSERT_EQ(Kvaudio("gen tone loud.wav --level -10 --duration 30").code, 0);
+  Result ok = Kvaudio("loudness ok.wav --standard 1 --json");
+  EXPECT_EQ(ok.code, 0) << ok.out;
+  EXPECT_TRUE(ok.json()["files"][0]["violations"].empty());
+  Result loud = Kvaudio("loudness ok.wav loud.wav --standard 1 --json");
+  EXPECT_EQ(loud.code, 1);
+  Json v = loud.json()["files"][1]["violations"];
+  EXPECT_NE(std::find(v.begin(), v.end(), "integrated-above-target"), v.end()) << v;
+  EXPECT_NE(std::find(v.begin(), v.end(), "meter-integrated-above-target"), v.end()) << v;
+}
+
+// Encoded LTC decodes to the frame that ends where each decoded frame ends.
+TEST_F(Cli, LtcEncodeThenDecode) {
+  struct Case {
+    const char *fps, *start;
+    uint64_t startCount, perDay;
+    double rate;
+    double fpsValue;
+  };
+  const Case cases[] = {
+      {"25", "01:00:00:00", 90000, 2160000, 48000, 25},
+      {"24", "23:59:58:00", 2073552, 2073600, 44100, 24},  // wraps at midnight
+      {"30", "00:10:00:00", 18000, 2592000, 48000, 30},
+      {"29.97", "00:00:59:28", 1798, 2592000, 48000, 30000.0 / 1001},
+      {"29.97df", "00:00:59;28", 1798, 2589408, 48000, 30000.0 / 1001},  // crosses a dropped pair
+  };
+  for (const Case &c : cases) {
+    std::string args = std::string("ltc encode ltc.wav --duration 3 --fps ") + c.fps + " --start '" + c.start +
+                       "' --rate " + std::to_string(int(c.rate));
+    ASSERT_EQ(Kvaudio(args).code, 0) << args;
+    Result run = Kvaudio(std::string("ltc decode ltc.wav --json --fps ") + c.fps);
+    ASSERT_EQ(run.code, 0) << run.err;
+    Json frames = run.json()["frames"];
+    // The library accepts about half of all frames; the first may be misread while it adapts.
+    EXPECT_GT(frames.size(), size_t(3 * c.fpsValue * 0.4)) << c.fps;
+    for (size_t i = 1; i < frames.size(); ++i) {
+      uint64_t k = uint64_t(std::lround(frames[i]["endSample"].get<double>() * c.fpsValue / c.rate)) - 1;
+      EXPECT_EQ(frames[i]["frameCount"].get<uint64_t>(), (c.startCount + k) % c.perDay) << c.fps << " " << i;
+      if (frames[i]["frameCount"] == 1800 && c.perDay == 2589408) {
+        EXPECT_EQ(frames[i]["timecode"], "00:01:00;02");
+      }
+    }
+  }
+}
+
+TEST_F(Cli, AvsyncInsertThenDetect) {
+  struct Case {
+    const char *file, *gen;
+    uint32_t rate, frame;
+  };
+  const Case cases[] = {{"a.wav", "pink --channels 2", 48000, 137},
+                        {"a.flac", "tone --channels 1 --bits 24", 44100, 40},
+                        {"a.aiff", "noise --channels 6 --bits 32 --level -30", 96000, 201}};
+  for (const Case &c : cases) {
+    std::string in = c.file, rate = std::to_string(c.rate), frame = std::to_string(c.frame);
+    ASSERT_EQ(Kvaudio(std::string("gen ") + c.gen + " " + in + " --duration 10 --rate " + rate).code, 0);
+    EXPECT_EQ(Kvaudio("avsync detect " + in).code, 1) << "no burst yet in " << in;
+    ASSERT_EQ(Kvaudio("avsync insert " + in + " b" + in + " --fps 25 --frame " + frame).code, 0);
+    Result run = Kvaudio("avsync detect b" + in + " --json --fps 25 --expect-frame " + frame);
+    ASSERT_EQ(run.code, 0) << run.err;
+    Json r = run.json();
+    EXPECT_EQ(r["position"].get<uint64_t>(), uint64_t(c.frame) * c.rate / 25) << in;
+    EXPECT_EQ(r["videoFrame"], c.frame);
+    EXPECT_NEAR(r["offsetMs"].get<double>(), 0.0, 1e-6);
+    EXPECT_GT(r["score"].get<double>(), 0.5);
+  }
+}
+
+TEST_F(Cli, BadFilesExitTwoWithOneLineNamingTheFile) {
+  ASSERT_EQ(Kvaudio("gen tone good.wav --duration 2").code, 0);
+  std::vector<char> good = Bytes("good.wav");
+  Write("empty.wav", {});
+  Write("text.wav", std::vector<char>{'n', 'o', 't', ' ', 'a', 'u', 'd', 'i', 'o', '\n'});
+  Write("cut.wav", std::vector<char>(good.begin(), good.begin() + long(good.size() / 2)));
+  Write("header.wav", std::vector<char>(good.begin(), good.begin() + long(DataOffset(good))));
+  std::vector<char> mp3tag = good;
+  mp3tag[std::string(good.begin(), good.end()).find("fmt ") + 8] = 0x55;  // MPEG in WAV
+  Write("mp3tag.wav", mp3tag);
+  ASSERT_EQ(Kvaudio("gen tone low.wav --rate 8000 --duration 1").code, 0);
+  ASSERT_EQ(Kvaudio("gen tone hi.wav --rate 96000 --duration 1").code, 0);
+  const std::pair<const char *, const char *> cases[] = {
+      {"loudness", "missing.wav"}, {"loudness", "empty.wav"},   {"qc", "text.wav"},
+      {"loudness", "cut.wav"},     {"qc", "cut.wav"},           {"ltc decode", "header.wav"},
+      {"avsync detect", "mp3tag.wav"}, {"avsync detect", "low.wav"},
+      {"ltc decode", "hi.wav"},    {"loudness", "good.wav --layout 7.1"},
+      {"avsync detect", "cut.wav"}, {"qc", "empty.wav"}};
+  for (const auto &[cmd, file] : cases) {
+    Result run = Kvaudio(std::string(cmd) + " " + file);
+    std::string name = std::string(file).substr(0, std::string(file).find(' '));
+    EXPECT_EQ(run.code, 2) << cmd << " " << file;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << cmd << " " << file << ": " << run.err;
+    EXPECT_NE(run.err.find(name), std::string::npos) << cmd << " " << file << ": " << run.err;
+  }
+}
+
+TEST_F(Cli, PlotsRenderAsSvg) {
+#ifndef KVAUDIO_RSVG
+  GTEST_SKIP() << "rsvg-convert not found";
+#else
+  ASSERT_EQ(Kvaudio("gen sweep plot.wav --duration 20 --freq 100 --to 10000").code, 0);
+  ASSERT_EQ(Kvaudio("loudness plot.wav --plot loud.svg").code, 0);
+  ASSERT_NE(Kvaudio("qc plot.wav --plot qc.svg").code, 2);
+  for (const char *svg : {"loud.svg", "qc.svg"}) {
+    std::string png = Path(std::string(svg) + ".png");
+    std::string command = "'" KVAUDIO_RSVG "' '" + Path(svg) + "' -o '" + png + "' 2>/dev/null";
+    EXPECT_EQ(std::system(command.c_str()), 0) << svg;
+    EXPECT_GT(fs::exists(png) ? fs::file_size(png) : 0, 1000u) << svg;
+  }
+#endif
+}
+
+}  // namespace
