@@ -110,7 +110,7 @@ void SvgPlot::Write(const std::string &path) const {
   for (double level = kTopLevel; level >= kBottomLevel; level -= 10)
     svg << "<line x1=\"" << kLeft << "\" y1=\"" << y(level) << "\" x2=\"" << kLeft + plotWidth
         << "\" y2=\"" << y(level) << "\" stroke=\"#ddd\"/><text x=\"" << kLeft - 6 << "\" y=\""
-        << y(level) + 4 << "\" text-anchor=\"end\">" << level << "</text>\n";
+        << y(level) + 4 << "\" text-anchor=\"end\">" << int(level) << "</text>\n";
   svg << "<text transform=\"translate(18," << kTop + kPlotHeight / 2 << ") rotate(-90)\" "
       << "text-anchor=\"middle\">LUFS</text>\n";
   const double step = TickStep(duration_);
