@@ -13,7 +13,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 
 struct Result {
   int code;
@@ -62,6 +62,32 @@ class Cli : public ::testing::Test {
   }
   static void Write(const std::string &name, const std::vector<char> &bytes) {
     std::ofstream(Path(name), std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
+  }
+  // A 16-bit PCM WAV file of interleaved samples.
+  static void WriteWav(const std::string &name, uint32_t rate, uint16_t channels, const std::vector<int16_t> &pcm) {
+    auto u32 = [](uint32_t v) { return std::string{char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; };
+    auto u16 = [](uint16_t v) { return std::string{char(v), char(v >> 8)}; };
+    uint32_t bytes = uint32_t(pcm.size() * 2);
+    std::string header = "RIFF" + u32(36 + bytes) + "WAVEfmt " + u32(16) + u16(1) + u16(channels) + u32(rate) +
+                         u32(rate * channels * 2) + u16(uint16_t(channels * 2)) + u16(16) + "data" + u32(bytes);
+    std::vector<char> file(header.begin(), header.end());
+    const char *data = reinterpret_cast<const char *>(pcm.data());
+    file.insert(file.end(), data, data + bytes);
+    Write(name, file);
+  }
+  // Interleaved sine of `amplitude` at 1 kHz in the channels of `mask`, zeros elsewhere.
+  static std::vector<int16_t> Sine(uint32_t rate, uint16_t channels, uint32_t mask, double seconds, double amplitude) {
+    std::vector<int16_t> pcm(size_t(seconds * rate) * channels);
+    for (size_t i = 0; i < pcm.size() / channels; ++i)
+      for (uint16_t c = 0; c < channels; ++c)
+        if (mask >> c & 1) pcm[i * channels + c] = int16_t(std::lround(amplitude * std::sin(2 * M_PI * 1000.0 * i / rate)));
+    return pcm;
+  }
+  // Keys of a JSON object, in order.
+  static std::string Keys(const Json &object) {
+    std::string keys;
+    for (auto it = object.begin(); it != object.end(); ++it) keys += (keys.empty() ? "" : " ") + it.key();
+    return keys;
   }
   // Byte offset of the sample data of a WAV file written by the tool.
   static size_t DataOffset(const std::vector<char> &wav) {
@@ -198,6 +224,84 @@ TEST_F(Cli, BadFilesExitTwoWithOneLineNamingTheFile) {
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << cmd << " " << file << ": " << run.err;
     EXPECT_NE(run.err.find(name), std::string::npos) << cmd << " " << file << ": " << run.err;
   }
+}
+
+// The JSON field names are a documented contract (docs/cli.md).
+TEST_F(Cli, JsonFieldNamesAreStable) {
+  ASSERT_EQ(Kvaudio("gen tone j.wav --duration 4").code, 0);
+  ASSERT_EQ(Kvaudio("ltc encode l.wav --duration 1").code, 0);
+  Json loud = Kvaudio("loudness j.wav --json --standard 1 --layout stereo1").json()["files"][0];
+  EXPECT_EQ(Keys(loud), "file format sampleRate channels frames duration layout meter analysis standard violations");
+  EXPECT_EQ(Keys(loud["meter"]), "integrated momentary shortTerm");
+  EXPECT_EQ(Keys(loud["meter"]["momentary"]), "last max");
+  EXPECT_EQ(Keys(loud["analysis"]), "integrated momentary shortTerm range truePeak channelPeaks");
+  EXPECT_EQ(Keys(loud["standard"]), "number target tolerance truePeakMax rangeMax");
+  EXPECT_EQ(Keys(loud["layout"]), "name id");
+  Json ltc = Kvaudio("ltc decode l.wav --json").json();
+  EXPECT_EQ(Keys(ltc), "file sampleRate channel frames");
+  EXPECT_EQ(Keys(ltc["frames"][0]), "timecode frameCount userBits dropFrame endSample endSeconds");
+  Json av = Kvaudio("avsync detect j.wav --json").json();
+  EXPECT_EQ(Keys(av), "file found score position seconds videoFrame timecode offsetMs");
+  Json qc = Kvaudio("qc j.wav --json").json();
+  EXPECT_EQ(Keys(qc), "file format sampleRate channels fps libraryCadence report events");
+  EXPECT_EQ(Keys(qc["report"]), "frames samples integrated range truePeak maxMomentary maxShortTerm eventsPerRule "
+                                "totalEvents standard violations passed");
+}
+
+// --layout picks the channels that count: a tone on pair 1 of four channels, silence on pair 2.
+TEST_F(Cli, LayoutChoosesTheMeasuredChannels) {
+  WriteWav("pairs.wav", 48000, 4, Sine(48000, 4, 0x3, 6, 3276.7));
+  Json one = Kvaudio("loudness pairs.wav --json --layout stereo1").json()["files"][0];
+  Json two = Kvaudio("loudness pairs.wav --json --layout stereo2").json()["files"][0];
+  Json all = Kvaudio("loudness pairs.wav --json").json()["files"][0];
+  EXPECT_NEAR(one["analysis"]["integrated"].get<double>(), -20.69, 0.02);
+  EXPECT_NEAR(all["analysis"]["integrated"].get<double>(), -20.69, 0.02);  // silent channels add nothing
+  EXPECT_TRUE(two["analysis"]["integrated"].is_null());
+  EXPECT_TRUE(two["analysis"]["truePeak"].is_null());
+  EXPECT_EQ(two["analysis"]["channelPeaks"], Json::parse("[null, null, null, null]"));
+  EXPECT_NEAR(one["analysis"]["channelPeaks"][0].get<double>(), -20.0, 0.01);
+}
+
+// Each signal type lands at its level; results go to standard output only.
+TEST_F(Cli, GeneratorSignalsReachTheirLevels) {
+  struct Case {
+    const char *type, *args;
+    double peak, below;  // expected peak dBFS (NAN: silent) and how far under it noise may stay
+  };
+  const Case cases[] = {{"tone", "--level -6", -6.0, 0.05},           {"tone", "--level -6 --shape square", -6.0, 0.05},
+                        {"sweep", "--level -12 --freq 100", -12.0, 0.05}, {"silence", "", NAN, 0},
+                        {"noise", "--level -10", -10.0, 6.0},          {"pink", "--level -10", -10.0, 6.0}};
+  for (const Case &c : cases) {
+    std::string what = std::string(c.type) + " " + c.args;
+    ASSERT_EQ(Kvaudio(std::string("gen ") + c.type + " s.wav --duration 3 " + c.args).code, 0) << what;
+    Result run = Kvaudio("loudness s.wav --json");
+    EXPECT_TRUE(run.err.empty()) << run.err;
+    Json tp = run.json()["files"][0]["analysis"]["truePeak"];
+    if (std::isnan(c.peak)) {
+      EXPECT_TRUE(tp.is_null()) << what;
+      continue;
+    }
+    EXPECT_LE(tp.get<double>(), c.peak + 0.01) << what;
+    EXPECT_GT(tp.get<double>(), c.peak - c.below) << what;
+  }
+}
+
+// A bad file among several is reported and the others are still analysed.
+TEST_F(Cli, LoudnessGoesOnAfterABadFile) {
+  ASSERT_EQ(Kvaudio("gen tone fine.wav --duration 2").code, 0);
+  Result run = Kvaudio("loudness missing.wav fine.wav --json");
+  EXPECT_EQ(run.code, 2);
+  Json files = run.json()["files"];
+  ASSERT_EQ(files.size(), 2u);
+  EXPECT_EQ(Keys(files[0]), "file error");
+  EXPECT_FALSE(files[1]["analysis"]["integrated"].is_null());
+}
+
+TEST_F(Cli, DemoPassesItsChecks) {
+  Result run = Kvaudio("demo");
+  EXPECT_EQ(run.code, 0) << run.out << run.err;
+  EXPECT_NE(run.out.find("dispatch"), std::string::npos);
+  EXPECT_NE(run.out.find("every check passed"), std::string::npos) << run.out;
 }
 
 TEST_F(Cli, PlotsRenderAsSvg) {

@@ -3,7 +3,9 @@
 
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <memory>
+#include <thread>
 
 #include "analyses.h"
 #include "kvaudio/loudness.h"
@@ -98,6 +100,25 @@ int RunLoudness(const LoudnessOptions &opt) {
   return exitCode;
 }
 
+// Feeds the whole buffer to a meter in 100 ms steps and keeps its reading after each.
+void Sweep(Meter &meter, const Pcm &pcm, uint32_t rate, std::vector<std::pair<double, double>> *readings,
+           Progress *progress) {
+  const uint64_t frames = pcm.Frames();
+  const size_t chunk = rate / 10;  // the short-term meter's step
+  for (uint64_t at = 0; at < frames; at += chunk) {
+    size_t n = size_t(std::min<uint64_t>(chunk, frames - at));
+    meter.Feed(pcm.At(at), n);
+    if (readings) readings->emplace_back(double(at + n) / rate, meter.Current());
+    if (progress) progress->Update(frames + at + n);
+  }
+}
+
+double Max(const std::vector<std::pair<double, double>> &readings) {
+  double max = -200.0;
+  for (const auto &r : readings) max = std::max(max, r.second);
+  return max;
+}
+
 }  // namespace
 
 LoudnessResult MeasureLoudness(const Pcm &pcm, uint32_t rate, const kvaudqcLayout &layout,
@@ -105,28 +126,25 @@ LoudnessResult MeasureLoudness(const Pcm &pcm, uint32_t rate, const kvaudqcLayou
   LoudnessResult r;
   r.targets = targets;
   const uint64_t frames = pcm.Frames();
+  // The three meters filter the same samples independently: each runs on its own thread.
   Meter integrated(pcm, rate, 3, layout), momentary(pcm, rate, 1, layout), shortTerm(pcm, rate, 2, layout);
-  const size_t chunk = rate / 10;  // 100 ms, the short-term meter's step
-  for (uint64_t at = 0; at < frames; at += chunk) {
-    size_t n = size_t(std::min<uint64_t>(chunk, frames - at));
-    for (Meter *m : {&integrated, &momentary, &shortTerm}) m->Feed(pcm.At(at), n);
-    double t = double(at + n) / rate;
-    r.momentary.emplace_back(t, momentary.Current());
-    r.shortTerm.emplace_back(t, shortTerm.Current());
-    r.momentaryMax = std::max(r.momentaryMax, momentary.Current());
-    r.shortTermMax = std::max(r.shortTermMax, shortTerm.Current());
-    if (progress) progress->Update(frames + at + n);
-  }
+  std::thread integratedThread(Sweep, std::ref(integrated), std::cref(pcm), rate, nullptr, nullptr);
+  std::thread momentaryThread(Sweep, std::ref(momentary), std::cref(pcm), rate, &r.momentary, nullptr);
+  const char *layoutName = layout.id ? layout.name : nullptr;
+  int32_t analysed = kvqcAudioAnalyzeLoudness(pcm.At(0), uint32_t(frames), pcm.channels, pcm.bits, rate,
+                                              layoutName, targets.standard, &r.analysis);
+  int32_t peaked = kvqcAudioAnalyzeTruePeak(pcm.At(0), uint32_t(frames), pcm.channels, pcm.bits, rate,
+                                            layout.channelMask, &r.peaks);
+  Sweep(shortTerm, pcm, rate, &r.shortTerm, progress);
+  integratedThread.join();
+  momentaryThread.join();
+  if (analysed != 0 || peaked != 0) throw ToolError("the loudness analysis refused the audio");
+
   r.integrated = integrated.Integrated();
   r.momentaryLast = momentary.Current();
   r.shortTermLast = shortTerm.Current();
-
-  const char *layoutName = layout.id ? layout.name : nullptr;
-  if (kvqcAudioAnalyzeLoudness(pcm.At(0), uint32_t(frames), pcm.channels, pcm.bits, rate, layoutName,
-                               targets.standard, &r.analysis) != 0 ||
-      kvqcAudioAnalyzeTruePeak(pcm.At(0), uint32_t(frames), pcm.channels, pcm.bits, rate,
-                               layout.channelMask, &r.peaks) != 0)
-    throw ToolError("the loudness analysis refused the audio");
+  r.momentaryMax = Max(r.momentary);
+  r.shortTermMax = Max(r.shortTerm);
   r.violations = ViolationNames(r.analysis.violations);
   // The meter's gated, K-weighted integrated loudness is held to the same target.
   if (targets.tolerance > 0 && r.integrated > -199.0) {
