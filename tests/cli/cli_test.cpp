@@ -4,9 +4,11 @@
 #include <sys/wait.h>
 
 #include <cmath>
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -224,6 +226,44 @@ TEST_F(Cli, BadFilesExitTwoWithOneLineNamingTheFile) {
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << cmd << " " << file << ": " << run.err;
     EXPECT_NE(run.err.find(name), std::string::npos) << cmd << " " << file << ": " << run.err;
   }
+}
+
+// A tone with four faults at known frames gives exactly their events, at those frames.
+TEST_F(Cli, QcFindsInjectedFaultsAtTheirFrames) {
+  constexpr uint32_t kRate = 48000, kPerFrame = kRate / 25;
+  std::vector<int16_t> pcm = Sine(kRate, 2, 0x3, 20, 3276.7);
+  auto frames = [&](uint32_t first, uint32_t count, auto apply) {
+    for (size_t i = size_t(first) * kPerFrame; i < size_t(first + count) * kPerFrame; ++i) apply(&pcm[i * 2]);
+  };
+  // Overdriven by 6 dB and clipped at full scale: flat tops, no jumps a click rule would see.
+  frames(100, 5, [](int16_t *s) {
+    for (int c = 0; c < 2; ++c) s[c] = int16_t(std::clamp(s[c] * 20, -32767, 32767));
+  });
+  frames(200, 25, [](int16_t *s) { s[0] = s[1] = 0; });
+  pcm[size_t(300) * kPerFrame * 2 + 7 * 2] = 30000;  // one-sample click on channel 1
+  frames(350, 25, [](int16_t *s) { s[1] = 0; });     // channel 2 lost for a second
+  WriteWav("faults.wav", kRate, 2, pcm);
+
+  Result run = Kvaudio("qc faults.wav --fps 25 --json --start 10:00:00:00");
+  EXPECT_EQ(run.code, 1) << run.err;
+  Json r = run.json();
+  EXPECT_EQ(r["report"]["frames"], 500);
+  EXPECT_FALSE(r["report"]["passed"]);
+  std::set<std::string> found;
+  for (const Json &e : r["events"])
+    found.insert(e["name"].get<std::string>() + " " + e["startTimecode"].get<std::string>() + "-" +
+                 e["endTimecode"].get<std::string>() + " " + e["channels"].dump());
+  const std::set<std::string> expected = {
+      "clipping 10:00:04:00-10:00:04:04 [1,2]",        "near-clip 10:00:04:00-10:00:04:04 [1,2]",
+      "programme-silence 10:00:08:00-10:00:08:24 [1,2]", "click 10:00:12:00-10:00:12:00 [1]",
+      "missing-channel 10:00:14:00-10:00:14:24 [2]",   "channel-silence 10:00:14:00-10:00:14:24 [2]"};
+  EXPECT_EQ(found, expected);
+  // Rules chosen by --rules: only clipping remains.
+  Json only = Kvaudio("qc faults.wav --fps 25 --json --rules clipping").json();
+  ASSERT_EQ(only["events"].size(), 1u);
+  EXPECT_EQ(only["events"][0]["rule"], 3);
+  EXPECT_EQ(only["events"][0]["startSample"], 100 * kPerFrame);
+  EXPECT_EQ(only["events"][0]["endSample"], 105 * kPerFrame);
 }
 
 // The JSON field names are a documented contract (docs/cli.md).

@@ -50,6 +50,7 @@ struct QcSettings {
   FrameRate fps;
   std::string layout, loudnessLayout;
   uint32_t standard = 0;
+  uint32_t rules = 0;       // bit r-1 runs rule r; 0 runs every rule
   uint64_t startFrame = 0;  // timecode of the first frame, as a frame count
 };
 

@@ -19,6 +19,7 @@ constexpr uint32_t kRules = 18;
 
 struct QcOptions {
   std::string file, fps = "25", layout, loudnessLayout, startTimecode = "00:00:00:00", plot;
+  std::vector<std::string> rules;
   uint32_t standard = 0;
   bool json = false;
 };
@@ -36,6 +37,19 @@ class FileSource : public PcmSource {
   AudioReader &reader_;
 };
 
+// Bit r-1 for each rule given by number or name; 0 (all rules) for an empty list.
+uint32_t RuleMask(const std::vector<std::string> &rules) {
+  uint32_t mask = 0;
+  for (const std::string &rule : rules) {
+    uint32_t r = 0;
+    for (uint32_t n = 1; n <= kRules; ++n)
+      if (rule == RuleName(n) || rule == std::to_string(n)) r = n;
+    if (!r) throw ToolError("unknown rule '" + rule + "' (use 1-18 or a name from docs/cli.md)");
+    mask |= 1u << (r - 1);
+  }
+  return mask;
+}
+
 void CopyName(char (&field)[64], const std::string &name) {
   std::strncpy(field, name.c_str(), sizeof(field) - 1);
 }
@@ -45,6 +59,7 @@ int RunQcCommand(const QcOptions &opt) {
   s.fps = ParseFrameRate(opt.fps);
   s.standard = TargetsFor(opt.standard).standard;
   s.startFrame = ParseTimecode(opt.startTimecode, s.fps);
+  s.rules = RuleMask(opt.rules);
   AudioReader reader(opt.file);
   reader.Require(64, 8000);
   const AudioInfo &info = reader.info();
@@ -88,6 +103,7 @@ QcResult RunQc(const QcSettings &s, PcmSource &source, uint64_t totalFrames, Pro
   config.channels = s.channels;
   config.bitsPerSample = s.bits;
   config.standard = s.standard;
+  config.reservedA[0] = s.rules;  // the engine's rule selection; 0 runs every rule
   CopyName(config.layoutName, s.layout);
   CopyName(config.loudnessLayoutName, s.loudnessLayout);
   std::unique_ptr<kvqcAudioEngine, int32_t (*)(kvqcAudioEngine *)> engine(kvqcAudioOpen(&config),
@@ -211,6 +227,7 @@ void AddQcCommand(CLI::App &app, int *exitCode) {
   cmd->add_option("--layout", opt->layout, "programme layout (stereo1..8, 5.1..., 7.1...)");
   cmd->add_option("--loudness-layout", opt->loudnessLayout, "layout the loudness is measured on");
   cmd->add_option("--standard", opt->standard, "delivery standard: 1 EBU R128, 2-7, 100; 0 none (default)");
+  cmd->add_option("--rules", opt->rules, "only these rules, by number or name (default all)")->delimiter(',');
   cmd->add_option("--start", opt->startTimecode, "timecode of the first frame (default 00:00:00:00)");
   cmd->add_flag("--json", opt->json, "print JSON (see docs/cli.md)");
   cmd->add_option("--plot", opt->plot, "write loudness and the events on a timeline as an SVG file");
