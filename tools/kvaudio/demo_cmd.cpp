@@ -1,6 +1,7 @@
 // kvaudio demo: a clip made in memory runs through every analysis; no files needed.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -84,8 +85,9 @@ Pcm MakeClip(const FrameRate &fps, std::vector<std::string> &faults) {
     for (uint64_t i = uint64_t(from * kRate); i < uint64_t((from + seconds) * kRate); ++i) apply(&stereo[i * 2]);
     faults.push_back(std::string(what) + " at " + FormatTimecode(uint64_t(from * fps.Fps()), fps));
   };
-  span(8.0, 0.4, "clipping", [](int16_t *s) {
-    for (int c = 0; c < 2; ++c) s[c] = s[c] >= 0 ? 32767 : -32768;
+  // Overdriven by 12 dB and clipped at full scale.
+  span(8.0, 0.2, "clipping", [](int16_t *s) {
+    for (int c = 0; c < 2; ++c) s[c] = int16_t(std::clamp(s[c] * 4, -32767, 32767));
   });
   span(12.0, 1.0, "silence", [](int16_t *s) { s[0] = s[1] = 0; });
   span(16.0, 1.0 / kRate, "click", [](int16_t *s) { s[0] = 30000; });
