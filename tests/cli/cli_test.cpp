@@ -77,12 +77,13 @@ class Cli : public ::testing::Test {
     file.insert(file.end(), data, data + bytes);
     Write(name, file);
   }
-  // Interleaved sine of `amplitude` at 1 kHz in the channels of `mask`, zeros elsewhere.
+  // Interleaved 1 kHz sine of `amplitude` in the channels of `mask` (channel c a quarter cycle
+  // behind channel c-1, so channels do not correlate), zeros elsewhere.
   static std::vector<int16_t> Sine(uint32_t rate, uint16_t channels, uint32_t mask, double seconds, double amplitude) {
     std::vector<int16_t> pcm(size_t(seconds * rate) * channels);
     for (size_t i = 0; i < pcm.size() / channels; ++i)
       for (uint16_t c = 0; c < channels; ++c)
-        if (mask >> c & 1) pcm[i * channels + c] = int16_t(std::lround(amplitude * std::sin(2 * M_PI * 1000.0 * i / rate)));
+        if (mask >> c & 1) pcm[i * channels + c] = int16_t(std::lround(amplitude * std::sin(2 * M_PI * 1000.0 * i / rate - c * M_PI / 2)));
     return pcm;
   }
   // Keys of a JSON object, in order.
@@ -233,15 +234,18 @@ TEST_F(Cli, QcFindsInjectedFaultsAtTheirFrames) {
   constexpr uint32_t kRate = 48000, kPerFrame = kRate / 25;
   std::vector<int16_t> pcm = Sine(kRate, 2, 0x3, 20, 3276.7);
   auto frames = [&](uint32_t first, uint32_t count, auto apply) {
-    for (size_t i = size_t(first) * kPerFrame; i < size_t(first + count) * kPerFrame; ++i) apply(&pcm[i * 2]);
+    const size_t begin = size_t(first) * kPerFrame, end = size_t(first + count) * kPerFrame;
+    for (size_t i = begin; i < end; ++i) apply(&pcm[i * 2], std::min(i - begin, end - 1 - i));
   };
-  // Overdriven by 6 dB and clipped at full scale: flat tops, no jumps a click rule would see.
-  frames(100, 5, [](int16_t *s) {
-    for (int c = 0; c < 2; ++c) s[c] = int16_t(std::clamp(s[c] * 20, -32767, 32767));
+  // Overdriven by 26 dB (the gain ramps over one cycle at each end, so no step shows as a click)
+  // and clipped at full scale.
+  frames(100, 5, [](int16_t *s, size_t edge) {
+    double gain = 1 + 19 * std::min(1.0, edge / 48.0);
+    for (int c = 0; c < 2; ++c) s[c] = int16_t(std::clamp(std::lround(s[c] * gain), -32767L, 32767L));
   });
-  frames(200, 25, [](int16_t *s) { s[0] = s[1] = 0; });
+  frames(200, 25, [](int16_t *s, size_t) { s[0] = s[1] = 0; });
   pcm[size_t(300) * kPerFrame * 2 + 7 * 2] = 30000;  // one-sample click on channel 1
-  frames(350, 25, [](int16_t *s) { s[1] = 0; });     // channel 2 lost for a second
+  frames(350, 25, [](int16_t *s, size_t) { s[1] = 0; });     // channel 2 lost for a second
   WriteWav("faults.wav", kRate, 2, pcm);
 
   Result run = Kvaudio("qc faults.wav --fps 25 --json --start 10:00:00:00");

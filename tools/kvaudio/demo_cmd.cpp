@@ -73,24 +73,29 @@ Pcm MakeClip(const FrameRate &fps, std::vector<std::string> &faults) {
   const uint64_t frames = uint64_t(kRate) * kSeconds;
   std::vector<int16_t> stereo(frames * 2);
   WAVEFORMATEX format{1, 2, kRate, kRate * 4, 4, 16, 0};
-  double amplitude = std::pow(10.0, -20.0 / 20);
-  tagAUDGENHANDLE *gen = audGenOpen(AUDGEN_TONE, 1000, 0, 0, 0, AUDGEN_SHAPE_SINE, AUDGEN_SHAPE_SINE, &format,
+  // -23 dBFS peaks read -23 LUFS in stereo; the right channel runs a quarter cycle ahead, so the
+  // pair is not dual mono.
+  double amplitude = std::pow(10.0, -23.0 / 20);
+  tagAUDGENHANDLE *gen = audGenOpen(AUDGEN_TONE | AUDGEN_RIGHT_QUARTER, 1000, 0, 0, 0, AUDGEN_SHAPE_SINE, AUDGEN_SHAPE_SINE, &format,
                                     amplitude, amplitude, 0.0);
   audGenFillBuffer(gen, stereo.data(), uint32_t(stereo.size() * sizeof(int16_t)));
   audGenClose(gen);
   KVAudioAVSyncPulseGenerate(stereo.data(), uint32_t(frames), 2, 16, kRate,
                              uint32_t(kBurstFrame * kRate / 25), 0);
   // Faults: a clipped stretch, a muted stretch, and a single-sample click.
+  // apply(samples, distance to the nearer end of the stretch) for each period of the stretch.
   auto span = [&](double from, double seconds, const char *what, auto apply) {
-    for (uint64_t i = uint64_t(from * kRate); i < uint64_t((from + seconds) * kRate); ++i) apply(&stereo[i * 2]);
+    const uint64_t begin = uint64_t(from * kRate), end = uint64_t((from + seconds) * kRate);
+    for (uint64_t i = begin; i < end; ++i) apply(&stereo[i * 2], std::min(i - begin, end - 1 - i));
     faults.push_back(std::string(what) + " at " + FormatTimecode(uint64_t(from * fps.Fps()), fps));
   };
-  // Overdriven by 12 dB and clipped at full scale.
-  span(8.0, 0.2, "clipping", [](int16_t *s) {
-    for (int c = 0; c < 2; ++c) s[c] = int16_t(std::clamp(s[c] * 4, -32767, 32767));
+  // Overdriven by 24 dB and clipped at full scale; the gain ramps over a cycle at both ends.
+  span(8.0, 0.2, "clipping", [](int16_t *s, uint64_t edge) {
+    double gain = 1 + 15 * std::min(1.0, edge / 48.0);
+    for (int c = 0; c < 2; ++c) s[c] = int16_t(std::clamp(std::lround(s[c] * gain), -32767L, 32767L));
   });
-  span(12.0, 1.0, "silence", [](int16_t *s) { s[0] = s[1] = 0; });
-  span(16.0, 1.0 / kRate, "click", [](int16_t *s) { s[0] = 30000; });
+  span(12.0, 1.0, "silence", [](int16_t *s, uint64_t) { s[0] = s[1] = 0; });
+  span(16.0, 1.0 / kRate, "click", [](int16_t *s, uint64_t) { s[0] = 30000; });
 
   std::vector<int16_t> ltc = EncodeLtc(kRate, fps, ParseTimecode(kLtcStart, fps), kSeconds * 25, 0);
   Pcm pcm;
