@@ -10,3 +10,6 @@ find_program(KVAUDIO_RSVG_CONVERT rsvg-convert)
 if(KVAUDIO_RSVG_CONVERT)
   target_compile_definitions(cli_tests PRIVATE KVAUDIO_RSVG="${KVAUDIO_RSVG_CONVERT}")
 endif()
+# The tool's frame-rate and timecode arithmetic is also tested directly.
+target_sources(cli_tests PRIVATE ${PROJECT_SOURCE_DIR}/tools/kvaudio/timebase.cpp)
+target_include_directories(cli_tests PRIVATE ${PROJECT_SOURCE_DIR}/tools/kvaudio)

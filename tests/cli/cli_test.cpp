@@ -179,6 +179,23 @@ TEST_F(Cli, LtcEncodeThenDecode) {
   }
 }
 
+// LTC on the right channel of a 24-bit stereo file: found there, not on the left (a tone).
+TEST_F(Cli, LtcDecodeReadsTheChosenChannel) {
+  ASSERT_EQ(Kvaudio("ltc encode mono.wav --fps 25 --duration 2 --start 12:34:56:00").code, 0);
+  std::vector<char> mono = Bytes("mono.wav");
+  const int16_t *ltc = reinterpret_cast<const int16_t *>(mono.data() + DataOffset(mono));
+  std::vector<int16_t> stereo = Sine(48000, 2, 0x1, 2, 8000);
+  for (size_t i = 0; i < stereo.size() / 2; ++i) stereo[i * 2 + 1] = ltc[i];
+  WriteWav("stereo16.wav", 48000, 2, stereo);
+  ASSERT_EQ(Kvaudio("gen silence stereo24.flac --duration 1 --bits 24").code, 0);
+  Result right = Kvaudio("ltc decode stereo16.wav --channel right --fps 25");
+  EXPECT_EQ(right.code, 0);
+  EXPECT_NE(right.out.find("12:34:57:"), std::string::npos) << right.out;
+  EXPECT_EQ(Kvaudio("ltc decode stereo16.wav --channel 2 --fps 25").out, right.out);
+  EXPECT_EQ(Kvaudio("ltc decode stereo16.wav --channel left --fps 25").code, 1);
+  EXPECT_EQ(Kvaudio("ltc decode stereo24.flac --channel right").code, 1);
+}
+
 TEST_F(Cli, AvsyncInsertThenDetect) {
   struct Case {
     const char *file, *gen;
@@ -199,6 +216,10 @@ TEST_F(Cli, AvsyncInsertThenDetect) {
     EXPECT_EQ(r["videoFrame"], c.frame);
     EXPECT_NEAR(r["offsetMs"].get<double>(), 0.0, 1e-6);
     EXPECT_GT(r["score"].get<double>(), 0.5);
+    // A search window that ends before the burst does not see it.
+    double before = c.frame / 25.0 - 0.5;
+    EXPECT_EQ(Kvaudio("avsync detect b" + in + " --to " + std::to_string(before)).code, 1) << in;
+    EXPECT_EQ(Kvaudio("avsync detect b" + in + " --from " + std::to_string(before)).code, 0) << in;
   }
 }
 

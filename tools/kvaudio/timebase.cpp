@@ -32,11 +32,12 @@ FrameRate ParseFrameRate(const std::string &text) {
 }
 
 FrameCutter::FrameCutter(const FrameRate &fps, uint32_t rate) : fps_(fps), rate_(rate) {
-  // The cadence tables serve whole and fractional rates alike for codes 30 and 60 and treat
-  // 23.976 as 24 at 44.1 kHz; those combinations are cut exactly here instead.
-  bool fractionalCode = fps.cadenceCode == 30 || fps.cadenceCode == 60;
-  if (rate == 48000) library_ = !fractionalCode;
-  if (rate == 44100) library_ = !fractionalCode && fps.cadenceCode != 23;
+  // The cadence is used where it keeps time exactly. Codes 30 and 60 follow the fractional
+  // cadences, and at 44.1 kHz 23.976 follows the 24 cadence while the 29.97 and 59.94 cadences
+  // average 1471.5 and 735.67 samples; those combinations are cut exactly here instead.
+  const uint32_t code = fps.cadenceCode;
+  if (rate == 48000) library_ = code != 30 && code != 60;
+  if (rate == 44100) library_ = code == 24 || code == 25 || code == 50;
   for (uint64_t f = 0; f < 10; ++f) max_ = Samples(f) > max_ ? Samples(f) : max_;
 }
 
