@@ -26,14 +26,19 @@ typedef struct kvaudqcConfig {
   uint32_t sampleRate;       /* default 48000 */
   uint32_t channels;         /* default 2 */
   uint32_t bitsPerSample;    /* default 16 */
-  uint32_t flags;            /* default 15; bit 5: true-peak maximum -1.0, bit 6: standard 1 */
+  uint32_t flags;            /* default 15. Rule groups: bit 0 rule 1; bit 1 channel and level
+                                rules 2 4 11 12 14 15 17; bit 2 loudness rules 5 6 7 8 18; bit 3
+                                sample-error rules 3 9 10 13 16. Bit 5: true-peak maximum -1.0;
+                                bit 6: standard 1 */
   uint32_t channelMask32;    /* low 32 bits of the analysed-channel mask */
   uint64_t channelMask;      /* analysed channels, bit n = channel n */
   uint32_t standard;         /* delivery standard for kvqcAudioStandardDefaults */
   uint32_t layoutId;         /* programme layout id */
   char layoutName[64];       /* programme layout name; takes precedence over layoutId */
-  uint32_t ruleSettings[22]; /* [0] window frames, [1..18] minimum run frames of rules 1..18 */
-  uint32_t reservedA[3];     /* carried through unchanged */
+  uint32_t ruleSettings[22]; /* [0] window frames, [1..18] minimum run frames of rules 1..18,
+                                [19] crackle jumps per frame, [20] dropout zeros, [21] clip run */
+  uint32_t reservedA[3];     /* not defaulted. [0]: rule mask, bit r-1 keeps rule r of the enabled
+                                groups (0: all of them); [1], [2] unused */
   uint32_t loudnessLayoutId; /* loudness layout id */
   uint32_t loudnessAllChannels; /* non-zero: per-channel checks cover all channels */
   uint32_t reservedB;        /* carried through unchanged */
@@ -41,10 +46,10 @@ typedef struct kvaudqcConfig {
   uint64_t loudnessMask2;    /* second loudness mask */
   uint64_t checkMask;        /* channels of the per-channel checks */
   char loudnessLayoutName[64]; /* takes precedence over loudnessLayoutId */
-  double levelFloor;         /* dB, default -70.0 */
-  double peakCeiling;        /* dBFS, default -0.1 */
+  double levelFloor;         /* dB, default -70.0; absolute gate of the engine's loudness */
+  double peakCeiling;        /* dBFS, default -0.1; a sample at or above it counts as clipped */
   double reservedC;          /* carried through unchanged */
-  double limits[23];         /* analysis thresholds; [3..8] from the standard */
+  double limits[23];         /* rule thresholds, by rule in docs/qc.md; [3..8] from the standard */
 } kvaudqcConfig;
 
 /* Loudness targets of a delivery standard. */
@@ -159,15 +164,17 @@ typedef struct kvaudqcReport {
   uint32_t channels;         /* channels per sample period */
   uint64_t frames;           /* video frames analysed */
   uint64_t samples;          /* sample periods analysed */
-  double integrated;         /* integrated loudness, LUFS; -200.0 when not measured */
-  double range;              /* loudness range, LU */
-  double truePeak;           /* highest true peak over the checked channels, dBTP; -200.0 silent */
+  double integrated;         /* gated integrated loudness (BS.1770-4), LUFS; -200.0 when none */
+  double range;              /* loudness range (EBU Tech 3342), LU */
+  double truePeak;           /* highest peak of the checked channels (4x linear interpolation, as
+                                kvqcAudioAnalyzeTruePeak), dBTP; -200.0 silent */
   double maxMomentary;       /* highest momentary loudness, LUFS */
   double maxShortTerm;       /* highest short-term loudness, LUFS */
   uint32_t eventsPerRule[18];/* events of rule r at index r-1 */
   uint32_t totalEvents;      /* events in the event list */
   uint32_t standard;         /* delivery standard the loudness was checked against, 0 none */
-  uint32_t violations;       /* loudness violation bits, as in kvaudqcLoudness */
+  uint32_t violations;       /* bits as in kvaudqcLoudness, against the configured limits[3..8];
+                                0 when flags bit 2 is clear */
   uint32_t passed;           /* 1 when there is no event and no violation, else 0 */
 } kvaudqcReport;
 
@@ -222,9 +229,10 @@ KVAUDIO_API kvqcAudioEngine *kvqcAudioOpen(const kvaudqcConfig *config);
 /* Frees the engine and its event list. Returns 0, or -1 for a null engine (nothing done). */
 KVAUDIO_API int32_t kvqcAudioClose(kvqcAudioEngine *engine);
 /* Analyses one video frame: `frames` sample periods of interleaved PCM in the configured channel
- * count and width (16- or 32-bit signed). Feeds the 18 rule trackers and advances counter A by 1
- * and counter B by `frames`. Fills *out when it is not null. Returns 0, or -1 for a null engine,
- * null pcm, 0 frames, or an engine already finished (until kvqcAudioReset). */
+ * count and width (16- or 32-bit signed). Feeds the enabled rule trackers and advances counter A
+ * by 1 and counter B by `frames`. Fills *out when it is not null. Returns 0, or -1 for a null
+ * engine, null pcm, 0 frames, an engine already finished (until kvqcAudioReset), or a
+ * configuration the analysis does not take (1-64 channels, 16 or 32 bits, 8-384 kHz). */
 KVAUDIO_API int32_t kvqcAudioFrame(kvqcAudioEngine *engine, const void *pcm, uint32_t frames,
                                    kvaudqcFrameAnalyze *out);
 /* Ends the run: closes open rule runs (they become events when long enough) and fills *report

@@ -98,6 +98,7 @@ void ApplyStandard(kvaudqcConfig &c) {
 AudioQcEngine::AudioQcEngine(const kvaudqcConfig *config) : config_{} {
   if (config) std::memcpy(&config_, config, sizeof config_);
   SetDefaults(config_);
+  Prepare();
   ClearAnalysis();
 }
 
@@ -113,12 +114,6 @@ void AudioQcEngine::SetDefaults(kvaudqcConfig &c) {
   DefaultLoudnessMasks(c, all);
   DefaultLimits(c);
   ApplyStandard(c);
-}
-
-void AudioQcEngine::ClearAnalysis() {
-  for (RuleTracker &t : trackers_) t.Clear();
-  events_.clear();
-  positionA = positionB = 0;
 }
 
 }  // namespace kvaudio::qc
