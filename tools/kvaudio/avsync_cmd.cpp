@@ -67,8 +67,9 @@ int RunDetect(const DetectOptions &opt) {
   const AudioInfo &info = reader.info();
   uint64_t from = uint64_t(std::max(0.0, opt.from) * info.rate);
   uint64_t to = opt.to > 0 ? std::min<uint64_t>(uint64_t(opt.to * info.rate), info.frames) : info.frames;
-  Progress progress("avsync detect", 2 * (to > from ? to - from : 1), double(to - std::min(to, from)) / info.rate);
-  Pcm pcm = ReadPcm(reader);
+  // The bar covers reading the file, then the search.
+  Progress progress("avsync detect", info.frames + (to > from ? to - from : 0), info.Seconds());
+  Pcm pcm = ReadPcm(reader, [&](uint64_t done) { progress.Update(done); });
   BurstResult r = DetectBurst(pcm, info.rate, from, to, opt.threshold, &progress);
   progress.Done();
 
@@ -114,7 +115,7 @@ BurstResult DetectBurst(const Pcm &pcm, uint32_t rate, uint64_t from, uint64_t t
     uint32_t rc = KVAudioAVSyncPulseDetect(pcm.At(at), uint32_t(n), pcm.channels, pcm.bits, rate, &position,
                                            &score, threshold);
     if (score > best.score) best = {rc == 0, at + (rc == 0 ? position : 0), score};
-    if (progress) progress->Update(at + n - from);
+    if (progress) progress->Update(pcm.Frames() + at + n - from);
   }
   return best;
 }

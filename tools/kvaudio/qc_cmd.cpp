@@ -90,7 +90,7 @@ int RunQcCommand(const QcOptions &opt) {
 
 const char *RuleName(uint32_t rule) {
   static const char *const kNames[kRules] = {
-      "programme-silence", "channel-silence", "clipping",        "phase-inversion", "loudness-target",
+      "programme-silence", "channel-silence", "clipping",        "phase-inversion", "loudness-off-target",
       "true-peak",         "momentary-max",   "short-term-max",  "click",           "crackle",
       "level-imbalance",   "dc-offset",       "dropout",         "dual-mono",       "low-level",
       "near-clip",         "missing-channel", "loudness-range"};
