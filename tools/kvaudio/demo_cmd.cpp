@@ -175,7 +175,7 @@ int RunDemo() {
   std::printf("QC           %llu frames of channels 1-2, %u events (%.3f s):\n",
               (unsigned long long)result.report.frames, result.report.totalEvents, Now() - start);
   for (const kvaudqcEvent &e : result.events)
-    std::printf("               %-18s %s - %s  channels %s\n", RuleName(e.rule),
+    std::printf("             %-19s %s - %s  channels %s\n", RuleName(e.rule),
                 FormatTimecode(e.startA, fps).c_str(), FormatTimecode(e.endA, fps).c_str(),
                 ChannelText(e.channelMask).c_str());
   std::printf("%s\n", ok ? "demo: every check passed" : "demo: a check FAILED");

@@ -197,9 +197,9 @@ void PrintQc(const QcResult &r, const QcSettings &s) {
   }
   std::printf("  events              %u%s\n", rep.totalEvents, rep.passed ? " (passed)" : " (failed)");
   if (r.events.empty()) return;
-  std::printf("    %-18s %-12s %-12s %8s  %-10s %s\n", "rule", "start", "end", "frames", "channels", "max value");
+  std::printf("    %-22s %-12s %-12s %7s  %-9s %s\n", "rule", "start", "end", "frames", "channels", "value");
   for (const kvaudqcEvent &e : r.events)
-    std::printf("    %2u %-15s %-12s %-12s %8u  %-10s %.3f\n", e.rule, RuleName(e.rule),
+    std::printf("    %2u %-19s %-12s %-12s %7u  %-9s %.3f\n", e.rule, RuleName(e.rule),
                 FormatTimecode(s.startFrame + e.startA, s.fps).c_str(),
                 FormatTimecode(s.startFrame + e.endA, s.fps).c_str(), e.frames, ChannelText(e.channelMask).c_str(),
                 e.maxValue);
