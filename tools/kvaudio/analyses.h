@@ -83,9 +83,10 @@ struct LtcFrame {
 uint32_t LtcFlags(const FrameRate &fps);
 // Timecode text of a decoded frame, through the library's own frame layout.
 std::string LtcTimecode(const LtcFrame &frame);
-// Writes `frames` LTC frames from `start` as 16-bit mono samples.
-std::vector<int16_t> EncodeLtc(uint32_t rate, const FrameRate &fps, uint64_t start, uint64_t frames,
-                               uint32_t userBits);
+// 16-bit mono samples of LTC frames first .. first + frames - 1 of a stream whose frame 0 carries
+// timecode `start` (a frame count); first == 0 sets the encoder up, later blocks continue it.
+std::vector<int16_t> EncodeLtc(uint32_t rate, const FrameRate &fps, uint64_t start, uint64_t first,
+                               uint64_t frames, uint32_t userBits);
 // Decodes 16-bit mono samples; one entry per frame that differs from the one before.
 std::vector<LtcFrame> DecodeLtc(const int16_t *samples, size_t count, uint32_t rate,
                                 const FrameRate &fps, Progress *progress);

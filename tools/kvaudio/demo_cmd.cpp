@@ -97,7 +97,7 @@ Pcm MakeClip(const FrameRate &fps, std::vector<std::string> &faults) {
   span(12.0, 1.0, "silence", [](int16_t *s, uint64_t) { s[0] = s[1] = 0; });
   span(16.0, 1.0 / kRate, "click", [](int16_t *s, uint64_t) { s[0] = 30000; });
 
-  std::vector<int16_t> ltc = EncodeLtc(kRate, fps, ParseTimecode(kLtcStart, fps), kSeconds * 25, 0);
+  std::vector<int16_t> ltc = EncodeLtc(kRate, fps, ParseTimecode(kLtcStart, fps), 0, kSeconds * 25, 0);
   Pcm pcm;
   pcm.channels = kChannels;
   pcm.s16.assign(frames * kChannels, 0);

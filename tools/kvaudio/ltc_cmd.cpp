@@ -46,18 +46,22 @@ uint64_t ParseDuration(const std::string &text, const FrameRate &fps) {
   char *end = nullptr;
   double value = std::strtod(text.c_str(), &end);
   bool frames = end && *end == 'f' && end[1] == 0;
-  if (!end || end == text.c_str() || (*end && !frames) || !(value > 0) || value > 86400.0 * 60)
-    throw ToolError("bad duration '" + text + "' (seconds, frames as 250f, or HH:MM:SS:FF)");
-  return frames ? uint64_t(value) : uint64_t(value * fps.Fps() + 0.5);
+  uint64_t count = frames ? uint64_t(value) : uint64_t(value * fps.Fps() + 0.5);
+  if (!end || end == text.c_str() || (*end && !frames) || !(value > 0) || count > FramesPerDay(fps))
+    throw ToolError("bad duration '" + text + "' (seconds, frames as 250f, or HH:MM:SS:FF; up to 24 h)");
+  return count;
 }
 
 int RunEncode(const EncodeOptions &opt) {
   FrameRate fps = ParseFrameRate(opt.fps);
   RequireLtcRate(opt.rate, opt.out);
   uint64_t start = ParseTimecode(opt.start, fps), frames = ParseDuration(opt.duration, fps);
-  std::vector<int16_t> samples = EncodeLtc(opt.rate, fps, start, frames, opt.userBits);
   AudioWriter writer(opt.out, opt.rate, 1, 16);
-  writer.Write(samples.data(), samples.size());
+  constexpr uint64_t kBlock = 1000;  // frames written at a time
+  for (uint64_t done = 0; done < frames; done += kBlock) {
+    std::vector<int16_t> samples = EncodeLtc(opt.rate, fps, start, done, std::min(kBlock, frames - done), opt.userBits);
+    writer.Write(samples.data(), samples.size());
+  }
   writer.Close();
   return kExitClean;
 }
@@ -132,16 +136,16 @@ std::string LtcTimecode(const LtcFrame &frame) {
   return text;
 }
 
-std::vector<int16_t> EncodeLtc(uint32_t rate, const FrameRate &fps, uint64_t start, uint64_t frames,
-                               uint32_t userBits) {
+std::vector<int16_t> EncodeLtc(uint32_t rate, const FrameRate &fps, uint64_t start, uint64_t first,
+                               uint64_t frames, uint32_t userBits) {
   uint32_t flags = LtcFlags(fps);
-  smpteSetup(int32_t(rate), 16, 0, 0, flags, 0);
+  if (first == 0) smpteSetup(int32_t(rate), 16, 0, 0, flags, 0);
   // Each frame gets exactly its share of the video frame cadence, so the code keeps time.
   FrameCutter cutter(fps, rate);
   std::vector<int16_t> out;
   std::vector<uint8_t> buffer(smpteRequiredBuffer() + 2 * cutter.MaxSamples());
   const uint64_t day = FramesPerDay(fps);
-  for (uint64_t f = 0; f < frames; ++f) {
+  for (uint64_t f = first; f < first + frames; ++f) {
     uint32_t want = cutter.Samples(f);
     uint16_t bytes = smpteEncode(uint32_t((start + f) % day), userBits, buffer.data(), want);
     const int16_t *s = reinterpret_cast<const int16_t *>(buffer.data());

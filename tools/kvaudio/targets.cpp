@@ -13,7 +13,7 @@ kvaudqcLayout LayoutFor(const std::string &name, uint32_t channels, const std::s
     throw ToolError("unknown layout '" + name +
                     "' (use stereo1..stereo8, 5.1, 5.1-smpte, 5.1-protools, 5.1-aac, 5.1-dts, 7.1, "
                     "7.1-smpte, 7.1-protools, 7.1-ext, 7.1-dolby)");
-  if (layout.channelMask >> channels)
+  if (channels < 64 && layout.channelMask >> channels)
     throw FileError(path, "layout '" + std::string(layout.name) + "' needs channels the file does not "
                               "have (" + std::to_string(channels) + " channels)");
   return layout;
