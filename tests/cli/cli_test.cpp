@@ -292,6 +292,27 @@ TEST_F(Cli, QcFindsInjectedFaultsAtTheirFrames) {
   EXPECT_EQ(only["events"][0]["endSample"], 105 * kPerFrame);
 }
 
+// At 29.97 fps the frames follow the 1602/1601 cadence: a second of silence from frame 1800
+// (00:01:00;02 in drop-frame) starts at sample 1800 x 1601.6 and its timecode carries ';'.
+TEST_F(Cli, QcCountsFractionalFramesAndDropFrameTimecode) {
+  constexpr size_t kStart = 1800 * 8008 / 5, kEnd = 1830 * 8008 / 5;
+  std::vector<int16_t> pcm = Sine(48000, 2, 0x3, 70, 3276.7);
+  std::fill(pcm.begin() + long(kStart * 2), pcm.begin() + long(kEnd * 2), 0);
+  WriteWav("ntsc.wav", 48000, 2, pcm);
+  Result run = Kvaudio("qc ntsc.wav --fps 29.97df --rules programme-silence --json");
+  ASSERT_EQ(run.code, 1) << run.err;
+  Json r = run.json();
+  EXPECT_TRUE(r["libraryCadence"].get<bool>());
+  EXPECT_EQ(r["report"]["samples"], 70 * 48000);
+  ASSERT_EQ(r["events"].size(), 1u);
+  const Json &e = r["events"][0];
+  EXPECT_EQ(e["startSample"], kStart);
+  EXPECT_EQ(e["endSample"], kEnd);
+  EXPECT_EQ(e["startTimecode"], "00:01:00;02");
+  EXPECT_EQ(e["endTimecode"], "00:01:01;01");
+  EXPECT_EQ(e["frames"], 30);
+}
+
 // The JSON field names are a documented contract (docs/cli.md).
 TEST_F(Cli, JsonFieldNamesAreStable) {
   ASSERT_EQ(Kvaudio("gen tone j.wav --duration 4").code, 0);
@@ -349,6 +370,18 @@ TEST_F(Cli, GeneratorSignalsReachTheirLevels) {
     }
     EXPECT_LE(tp.get<double>(), c.peak + 0.01) << what;
     EXPECT_GT(tp.get<double>(), c.peak - c.below) << what;
+  }
+}
+
+// Wider files repeat the generator's pair in every pair; mono takes the left signal.
+TEST_F(Cli, GeneratorFillsEveryChannel) {
+  for (int channels : {1, 4, 7}) {
+    std::string args = "gen tone c.wav --level -12 --duration 1 --channels " + std::to_string(channels);
+    ASSERT_EQ(Kvaudio(args).code, 0) << args;
+    Json r = Kvaudio("loudness c.wav --json").json()["files"][0];
+    EXPECT_EQ(r["channels"], channels);
+    ASSERT_EQ(r["analysis"]["channelPeaks"].size(), size_t(channels));
+    for (const Json &peak : r["analysis"]["channelPeaks"]) EXPECT_NEAR(peak.get<double>(), -12.0, 0.01) << args;
   }
 }
 
