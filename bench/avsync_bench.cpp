@@ -1,10 +1,10 @@
 // AV-sync detection over 1 s of 48 kHz audio: the library's detector vs a direct correlation
 // that recomputes every channel mean for every start.
-#include <cmath>
 #include <cstdint>
 #include <map>
 #include <vector>
 
+#include "../tests/common/avsync_direct.h"
 #include "bench_util.h"
 #include "kvaudio/avsync.h"
 #include "layout/avsync_internal.h"
@@ -14,10 +14,7 @@ namespace {
 constexpr uint32_t kRate = 48000;
 constexpr uint32_t kFrames = 48000;
 
-struct Found {
-  uint32_t position;
-  double score;
-};
+using Found = kvtest::AvSyncFound;
 
 // One second of low-level noise with the burst at a fixed offset.
 std::vector<int16_t> Signal(uint32_t channels) {
@@ -28,32 +25,14 @@ std::vector<int16_t> Signal(uint32_t channels) {
   return buf;
 }
 
-// Per start, per sample, per channel: the correlation as plainly as it can be written.
-Found Naive(const int16_t *in, size_t frames, size_t channels, const std::vector<double> &p) {
-  double energy = 0.0;
-  for (double v : p) energy += v * v;
-  Found best{0xFFFFFFFF, -1.0};
-  for (size_t t = 0; t + p.size() <= frames; ++t) {
-    double c = 0.0, power = 0.0;
-    for (size_t j = 0; j < p.size(); ++j) {
-      double sum = 0.0;
-      for (size_t ch = 0; ch < channels; ++ch) sum += static_cast<double>(in[(t + j) * channels + ch]);
-      const double m = sum / static_cast<double>(channels);
-      c += m * p[j];
-      power += m * m;
-    }
-    if (power == 0.0) continue;
-    const double score = std::fabs(c) / std::sqrt(power * energy);
-    if (score > best.score) best = {static_cast<uint32_t>(t), score};
-  }
-  return best;
-}
-
 // The naive result for each channel count, computed once and shared by both benchmarks.
 const Found &NaiveResult(uint32_t channels, const std::vector<int16_t> &buf) {
   static std::map<uint32_t, Found> cache;
   auto it = cache.find(channels);
-  if (it == cache.end()) it = cache.emplace(channels, Naive(buf.data(), kFrames, channels, kvaudio::layout::AvSyncBurst(kRate))).first;
+  if (it == cache.end()) {
+    const auto direct = kvtest::AvSyncDirect(buf.data(), kFrames, channels, kvaudio::layout::AvSyncBurst(kRate));
+    it = cache.emplace(channels, direct).first;
+  }
   return it->second;
 }
 
@@ -82,7 +61,7 @@ void BM_AvSyncNaive(benchmark::State &state) {
   const auto p = kvaudio::layout::AvSyncBurst(kRate);
   Found f{};
   for (auto _ : state) {
-    f = Naive(buf.data(), kFrames, channels, p);
+    f = kvtest::AvSyncDirect(buf.data(), kFrames, channels, p);
     benchmark::DoNotOptimize(f);
   }
   Report(state, f, NaiveResult(channels, buf));

@@ -4,9 +4,9 @@
 #include <cstring>
 #include <vector>
 
+#include "equivalence.h"
 #include "kvaudio/loudness.h"
 #include "loudness/kweight.h"
-#include "test_util.h"
 
 namespace {
 
@@ -38,19 +38,18 @@ TEST(LoudnessEquivalence, MeterStateForEveryChannelCountAndWidth) {
       for (uint8_t mode : {1, 3}) {
         const size_t periods = 3 * 8000 + nch * 37;
         const auto in = kvtest::RandomBytes(periods * nch * (bits / 8), nch * 100 + bits);
-        std::vector<uint8_t> state[2];
-        for (int path = 0; path < 2; ++path) {
-          kvtest::ScopedAvx2 force(path);
+        const auto state = kvtest::OnBothPaths([&] {
           s_ebu_r128 s{};
-          ASSERT_EQ(ebu_r128_init(&s, 1, bits, 8000, mode, nch), 1u);
+          EXPECT_EQ(ebu_r128_init(&s, 1, bits, 8000, mode, nch), 1u);
           ebu_r128_set_5_1(&s);
           for (size_t done = 0, n = 1; done < periods; done += n, n = n * 3 + 1) {
             n = std::min(n, periods - done);
             ebu_r128_process_samples(&s, in.data() + done * nch * (bits / 8), n);
           }
-          state[path] = MeterState(s);
+          auto bytes = MeterState(s);
           ebu_r128_destroy(&s);
-        }
+          return bytes;
+        });
         ASSERT_EQ(state[0], state[1]) << "channels " << int(nch) << " bits " << int(bits) << " mode " << int(mode);
       }
 }
@@ -61,12 +60,8 @@ TEST(LoudnessEquivalence, SumOfSquaresForEveryLength) {
     kvtest::Guarded buf(n * sizeof(float), (n % 8) * sizeof(float));
     kvtest::Rng rng(n);
     for (size_t i = 0; i < n; ++i) buf.as<float>()[i] = static_cast<float>(static_cast<int32_t>(rng.Next32())) * 1e-9f;
-    double sum[2];
-    for (int path = 0; path < 2; ++path) {
-      kvtest::ScopedAvx2 force(path);
-      sum[path] = kvaudio::loudness::SumOfSquares(buf.as<float>(), n);
-    }
-    ASSERT_EQ(std::memcmp(&sum[0], &sum[1], sizeof(double)), 0) << "n=" << n;
+    const auto sum = kvtest::OnBothPaths([&] { return kvaudio::loudness::SumOfSquares(buf.as<float>(), n); });
+    ASSERT_TRUE(kvtest::SameBits(sum)) << "n=" << n;
   }
 }
 

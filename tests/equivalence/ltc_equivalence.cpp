@@ -1,10 +1,11 @@
 // LTC crossing scan: the AVX2 search and the plain loop find the same crossings at every length.
 #include <gtest/gtest.h>
 
-#include <string>
+#include <algorithm>
+#include <cstring>
 
-#include "../timing/ltc_signal.h"
-#include "test_util.h"
+#include "equivalence.h"
+#include "kvaudio/ltc.h"
 
 namespace {
 
@@ -42,8 +43,7 @@ std::vector<uint8_t> Input(size_t frames, uint64_t seed, bool runs, size_t misal
 }
 
 template <typename S>
-std::vector<Step> ScanAll(uint8_t *data, size_t frames, const std::vector<size_t> &cuts, int path) {
-  kvtest::ScopedAvx2 force(path);
+std::vector<Step> ScanAll(uint8_t *data, size_t frames, const std::vector<size_t> &cuts) {
   ZXDetect<S> d;
   std::vector<Step> steps;
   int interval = 0;
@@ -70,9 +70,8 @@ void CheckDetector() {
       const size_t misalign = n % 32;
       auto input = Input<S>(n, n * 31 + runs, runs, misalign);
       for (const auto &cut : cuts) {
-        const auto plain = ScanAll<S>(input.data() + misalign, n, cut, 0);
-        const auto avx2 = ScanAll<S>(input.data() + misalign, n, cut, 1);
-        ASSERT_EQ(plain, avx2) << "n=" << n << " runs=" << runs << " cut=" << cut[0];
+        const auto steps = kvtest::OnBothPaths([&] { return ScanAll<S>(input.data() + misalign, n, cut); });
+        ASSERT_EQ(steps[0], steps[1]) << "n=" << n << " runs=" << runs << " cut=" << cut[0];
       }
     }
   }
@@ -86,30 +85,6 @@ TEST(LtcEquivalence, EveryDetectorFindsTheSameCrossings) {
   CheckDetector<CSample16>();
   CheckDetector<CSample16L>();
   CheckDetector<CSample16R>();
-}
-
-// Whole decodes of an LTC signal with noise added: the same reports on both paths.
-TEST(LtcEquivalence, DecodedReportsAreIdentical) {
-  if (!kvaudio::frame::HostHasAvx2()) GTEST_SKIP() << "host without AVX2";
-  for (uint32_t bits : {8u, 16u}) {
-    auto run = ltctest::EncodeRun(48000, bits, ltctest::kRates[2], 17970, 120);
-    kvtest::Rng rng(bits);
-    for (size_t i = 0; i < run.bytes.size(); i += 20011) run.bytes[i] ^= static_cast<uint8_t>(rng.Next());
-    std::vector<ltctest::Report> reports[2];
-    for (int path = 0; path < 2; ++path) {
-      kvtest::ScopedAvx2 force(path);
-      reports[path] = ltctest::DecodeInChunks(run.bytes, bits / 8, 48000, bits, 0, 0, ltctest::kRates[2], {1601, 7, 333});
-    }
-    ASSERT_EQ(reports[0].size(), reports[1].size());
-    size_t good = 0;
-    for (size_t i = 0; i < reports[0].size(); ++i) {
-      const auto &a = reports[0][i], &b = reports[1][i];
-      ASSERT_TRUE(a.result == b.result && a.timecode == b.timecode && a.userBits == b.userBits && a.flags == b.flags)
-          << "chunk " << i;
-      good += a.result == 0;
-    }
-    EXPECT_GT(good, 30u);
-  }
 }
 
 }  // namespace

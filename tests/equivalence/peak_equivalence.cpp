@@ -1,8 +1,8 @@
 // Stereo peak meter: the vector path and the plain loop agree for every length, even or odd.
 #include <gtest/gtest.h>
 
+#include "equivalence.h"
 #include "kvaudio/peak.h"
-#include "test_util.h"
 
 namespace {
 
@@ -16,12 +16,8 @@ TEST(PeakEquivalence, SameResultForEveryLength) {
       // Small-amplitude inputs make the extreme words decide; full-range ones the sign edges.
       if (seed == 3)
         for (size_t i = 0; i < n; ++i) in.as<int16_t>()[i] = static_cast<int16_t>(in.as<int16_t>()[i] % 512);
-      uint32_t result[2];
-      for (int path = 0; path < 2; ++path) {
-        kvtest::ScopedAvx2 force(path);
-        result[path] = audTestPeak16S(in.as<int16_t>(), static_cast<uint32_t>(n));
-      }
-      ASSERT_EQ(result[0], result[1]) << "n=" << n << " seed=" << seed;
+      const auto r = kvtest::OnBothPaths([&] { return audTestPeak16S(in.as<int16_t>(), static_cast<uint32_t>(n)); });
+      ASSERT_EQ(r[0], r[1]) << "n=" << n << " seed=" << seed;
     }
 }
 

@@ -1,30 +1,34 @@
-// QC true peak: plain loop and AVX2 kernel give identical records for every channel count.
+// QC true peak and loudness: plain loop and AVX2 kernel give identical records for every shape.
 #include <gtest/gtest.h>
 
 #include <cstring>
 
+#include "equivalence.h"
 #include "kvaudio/qc.h"
-#include "test_util.h"
 
 namespace {
+
+// Random frames of `channels` channels at `bits` in a guarded buffer misaligned by whole samples.
+kvtest::Guarded Frames(size_t frames, uint32_t channels, uint32_t bits, uint64_t seed) {
+  const auto in = kvtest::RandomBytes(frames * channels * bits / 8, seed);
+  kvtest::Guarded buf(in.size(), (frames % 8) * (bits / 8));
+  std::memcpy(buf.data(), in.data(), in.size());
+  return buf;
+}
 
 TEST(QcEquivalence, TruePeakForEveryShape) {
   if (!kvaudio::frame::HostHasAvx2()) GTEST_SKIP() << "host without AVX2";
   for (uint32_t bits : {16u, 32u})
     for (uint32_t channels = 1; channels <= 32; ++channels)
       for (size_t frames : {1, 2, 7, 16, 31, 64, 257, 1601}) {
-        const auto in = kvtest::RandomBytes(frames * channels * bits / 8, channels * 1000 + frames + bits);
-        kvtest::Guarded buf(in.size(), (frames % 8) * (bits / 8));
-        std::memcpy(buf.data(), in.data(), in.size());
-        kvaudqcTruePeak out[2];
-        for (int path = 0; path < 2; ++path) {
-          kvtest::ScopedAvx2 force(path);
-          ASSERT_EQ(kvqcAudioAnalyzeTruePeak(buf.data(), static_cast<uint32_t>(frames), channels, bits, 48000, 0,
-                                             &out[path]),
-                    0);
-        }
-        ASSERT_EQ(0, std::memcmp(&out[0], &out[1], sizeof out[0]))
-            << "bits " << bits << " channels " << channels << " frames " << frames;
+        kvtest::Guarded buf = Frames(frames, channels, bits, channels * 1000 + frames + bits);
+        const auto r = kvtest::OnBothPaths([&] {
+          kvaudqcTruePeak out;
+          const auto n = static_cast<uint32_t>(frames);
+          EXPECT_EQ(kvqcAudioAnalyzeTruePeak(buf.data(), n, channels, bits, 48000, 0, &out), 0);
+          return out;
+        });
+        ASSERT_TRUE(kvtest::SameBits(r)) << "bits " << bits << " channels " << channels << " frames " << frames;
         ASSERT_TRUE(buf.GuardsIntact());
       }
 }
@@ -37,19 +41,16 @@ TEST(QcEquivalence, LoudnessForEveryShape) {
       for (const char *layout : {static_cast<const char *>(nullptr), "5.1", "stereo2", "7.1-dolby"})
         for (size_t frames : kvtest::EquivalenceLengths()) {
           if (frames == 0) continue;
-          const auto in = kvtest::RandomBytes(frames * channels * bits / 8, channels * 7 + frames + bits);
-          kvtest::Guarded buf(in.size(), (frames % 8) * (bits / 8));
-          std::memcpy(buf.data(), in.data(), in.size());
-          kvaudqcLoudness out[2];
-          for (int path = 0; path < 2; ++path) {
-            kvtest::ScopedAvx2 force(path);
-            ASSERT_EQ(kvqcAudioAnalyzeLoudness(buf.data(), static_cast<uint32_t>(frames), channels, bits, 130,
-                                               layout, 1, &out[path]),
+          kvtest::Guarded buf = Frames(frames, channels, bits, channels * 7 + frames + bits);
+          const auto r = kvtest::OnBothPaths([&] {
+            kvaudqcLoudness out;
+            EXPECT_EQ(kvqcAudioAnalyzeLoudness(buf.data(), static_cast<uint32_t>(frames), channels, bits, 130, layout,
+                                               1, &out),
                       0);
-          }
-          ASSERT_EQ(0, std::memcmp(&out[0], &out[1], sizeof out[0]))
-              << "bits " << bits << " channels " << channels << " frames " << frames << " layout "
-              << (layout ? layout : "flat");
+            return out;
+          });
+          ASSERT_TRUE(kvtest::SameBits(r)) << "bits " << bits << " channels " << channels << " frames " << frames
+                                           << " layout " << (layout ? layout : "flat");
         }
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "avsync_direct.h"
 #include "kvaudio/avsync.h"
 #include "layout/avsync_internal.h"
 #include "test_util.h"
@@ -24,32 +25,15 @@ struct Result {
   double score;
 };
 
-// Detection as directly as it is defined: per start, per sample, the channel mean, then the sums.
+// The direct form with the detector's return codes and threshold (0: the default 0.35).
 template <typename T>
 Result Direct(const std::vector<T> &in, uint32_t channels, uint32_t rate, double threshold) {
   const std::vector<double> p = AvSyncBurst(rate);
-  double energy = 0.0;
-  for (double v : p) energy += v * v;
-  const size_t frames = in.size() / channels;
-  if (frames < p.size()) return {3, kNone, 0.0};
-  double best = -1.0;
-  uint32_t at = kNone;
-  for (size_t t = 0; t + p.size() <= frames; ++t) {
-    double c = 0.0, power = 0.0;
-    for (size_t j = 0; j < p.size(); ++j) {
-      double sum = 0.0;
-      for (size_t ch = 0; ch < channels; ++ch) sum += static_cast<double>(in[(t + j) * channels + ch]);
-      const double m = sum / static_cast<double>(channels);
-      c += m * p[j];
-      power += m * m;
-    }
-    if (power == 0.0) continue;
-    const double score = std::fabs(c) / std::sqrt(power * energy);
-    if (score > best) best = score, at = static_cast<uint32_t>(t);
-  }
-  if (at == kNone) return {2, kNone, 0.0};
-  if (best < (threshold > 0 ? threshold : 0.35)) return {2, kNone, best};
-  return {0, at, best};
+  if (in.size() / channels < p.size()) return {3, kNone, 0.0};
+  const kvtest::AvSyncFound best = kvtest::AvSyncDirect(in.data(), in.size() / channels, channels, p);
+  if (best.position == kNone) return {2, kNone, 0.0};
+  if (best.score < (threshold > 0 ? threshold : 0.35)) return {2, kNone, best.score};
+  return {0, best.position, best.score};
 }
 
 template <typename T>
@@ -82,7 +66,8 @@ TEST(AvSyncLength, PerRate) {
   struct Case {
     uint32_t rate, code, length;
   };
-  for (const Case &c : {Case{48000, 0, 756}, {44100, 0, 693}, {16000, 0, 252}, {96000, 0, 1512}, {15999, 1, 0}, {0, 1, 0}}) {
+  for (const Case &c :
+       {Case{48000, 0, 756}, {44100, 0, 693}, {16000, 0, 252}, {96000, 0, 1512}, {15999, 1, 0}, {0, 1, 0}}) {
     uint32_t length = 77;
     EXPECT_EQ(KVAudioAVSyncPulseGetLength(c.rate, &length), c.code) << c.rate;
     EXPECT_EQ(length, c.length) << c.rate;
@@ -185,7 +170,17 @@ TEST(AvSyncReturnCodes, GenerateAndDetect) {
   EXPECT_EQ(KVAudioAVSyncPulseDetect(b, 1000, 2, 16, 48000, &position, nullptr, 0), 0u) << "score is optional";
 }
 
-// Mixes a burst into noise (negated afterwards when `invert`), then finds it as the direct form does.
+// On every path the detector agrees with the direct form in code, position and score bits.
+template <typename T>
+void ExpectAsDirect(const std::vector<T> &buf, uint32_t channels, uint32_t rate, double threshold, const Result &want) {
+  for (int path : Paths()) {
+    kvtest::ScopedAvx2 force(path);
+    EXPECT_TRUE(Same(Detect(buf, channels, rate, threshold), want))
+        << rate << " Hz, " << channels << " ch, path " << path;
+  }
+}
+
+// A burst mixed into noise (negated afterwards when `invert`) is found where it was put.
 template <typename T>
 void ExpectFound(uint32_t rate, uint32_t channels, uint32_t frames, uint32_t offset, bool invert) {
   auto buf = Noise<T>(size_t{frames} * channels, sizeof(T) == 2 ? 22 : 8, rate + offset);
@@ -197,51 +192,34 @@ void ExpectFound(uint32_t rate, uint32_t channels, uint32_t frames, uint32_t off
   EXPECT_EQ(want.code, 0u);
   EXPECT_EQ(want.position, offset) << rate;
   EXPECT_GT(want.score, 0.95) << rate;
-  for (int path : Paths()) {
-    kvtest::ScopedAvx2 force(path);
-    EXPECT_TRUE(Same(Detect(buf, channels, rate), want)) << rate << " Hz, " << channels << " ch, path " << path;
-  }
+  ExpectAsDirect(buf, channels, rate, 0, want);
 }
 
-TEST(AvSyncDetect, FindsGeneratedBurstsAsTheDirectFormDoes) {
+TEST(AvSyncDetect, AgreesWithTheDirectForm) {
   for (uint32_t rate : kRates) ExpectFound<int16_t>(rate, 2, 2 * 63 * AvSyncChipLength(rate) + 41, 37, false);
   ExpectFound<int32_t>(48000, 1, 1600, 0, false);
   ExpectFound<int16_t>(48000, 6, 2000, 844, true);  // the burst ends at the last period
   ExpectFound<int32_t>(44100, 3, 1800, 500, true);
   ExpectFound<int16_t>(48000, 2, 5200, 4090, false);  // across a window of start positions
-}
-
-TEST(AvSyncDetect, RandomInputScoresAsTheDirectForm) {
-  for (uint64_t seed = 1; seed <= 4; ++seed) {
-    const uint32_t channels = static_cast<uint32_t>(seed), frames = 756 + 97 * static_cast<uint32_t>(seed);
-    const auto b16 = Noise<int16_t>(size_t{frames} * channels, 16, seed);
-    const auto b32 = Noise<int32_t>(size_t{frames} * channels, 0, seed);
+  // Plain noise: scores below the default threshold, and a threshold that accepts any score.
+  for (uint32_t channels = 1; channels <= 4; ++channels) {
+    const uint32_t frames = 756 + 97 * channels;
+    const auto b16 = Noise<int16_t>(size_t{frames} * channels, 16, channels);
+    const auto b32 = Noise<int32_t>(size_t{frames} * channels, 0, channels);
     for (double threshold : {1e-300, 0.0}) {
-      const Result w16 = Direct(b16, channels, 48000, threshold), w32 = Direct(b32, channels, 48000, threshold);
-      for (int path : Paths()) {
-        kvtest::ScopedAvx2 force(path);
-        EXPECT_TRUE(Same(Detect(b16, channels, 48000, threshold), w16)) << "seed " << seed;
-        EXPECT_TRUE(Same(Detect(b32, channels, 48000, threshold), w32)) << "seed " << seed;
-      }
+      ExpectAsDirect(b16, channels, 48000, threshold, Direct(b16, channels, 48000, threshold));
+      ExpectAsDirect(b32, channels, 48000, threshold, Direct(b32, channels, 48000, threshold));
     }
   }
-}
-
-TEST(AvSyncDetect, SilenceAndEqualScores) {
+  // Silence has no power anywhere; of two equal bursts the earlier wins; a threshold above 1 rejects.
   std::vector<int16_t> buf(4000, 0);
-  for (int path : Paths()) {
-    kvtest::ScopedAvx2 force(path);
-    EXPECT_TRUE(Same(Detect(buf, 2, 48000), {2, kNone, 0.0})) << "silence";
-  }
+  ExpectAsDirect(buf, 2, 48000, 0, {2, kNone, 0.0});
   ASSERT_EQ(KVAudioAVSyncPulseGenerate(buf.data(), 4000, 1, 16, 48000, 3000, 0), 0u);
   ASSERT_EQ(KVAudioAVSyncPulseGenerate(buf.data(), 4000, 1, 16, 48000, 1000, 0), 0u);
-  for (int path : Paths()) {
-    kvtest::ScopedAvx2 force(path);
-    const Result r = Detect(buf, 1, 48000);
-    EXPECT_EQ(r.position, 1000u);
-    EXPECT_TRUE(Same(r, Direct(buf, 1, 48000, 0)));
-    EXPECT_EQ(Detect(buf, 1, 48000, 1.5).code, 2u) << "threshold above any score";
-  }
+  const Result twice = Direct(buf, 1, 48000, 0);
+  EXPECT_EQ(twice.position, 1000u);
+  ExpectAsDirect(buf, 1, 48000, 0, twice);
+  ExpectAsDirect(buf, 1, 48000, 1.5, {2, kNone, twice.score});
 }
 
 }  // namespace

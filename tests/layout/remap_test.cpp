@@ -98,14 +98,6 @@ TEST(Remap, RoutesAveragesAndMutesOnBothPaths) {
       }
 }
 
-TEST(Remap, TwentyFourBitSourcesAreSignExtended) {
-  // 0xFFFFFC is -4: (-4 / 2) + (-2 / 2) = -3 = 0xFFFFFD, with the byte above left alone.
-  std::vector<uint8_t> buf = {0xFC, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xAB};
-  const uint32_t map[] = {3, 1};
-  AudioRemap24Bit(buf.data(), 2, 1, 1, map, nullptr, nullptr);
-  EXPECT_EQ(buf, (std::vector<uint8_t>{0xFD, 0xFF, 0xFF, 0xFC, 0xFF, 0xFF, 0xAB}));
-}
-
 TEST(Remap, PairsFormWalksPairBuffers) {
   for (const Form &form : kForms) {
     auto p0 = Pack({1, 2, 10, 20}, form.bytes), p1 = Pack({3, 4, 30, 40}, form.bytes);

@@ -41,7 +41,7 @@ class LtcRoundTrip : public testing::TestWithParam<Param> {
     done_.assign(kFrames, SIZE_MAX);
     accepted_.assign(kFrames, false);
     for (size_t k = 0; k < kFrames; ++k) {
-      accepted_[k] = ltctest::PassesPolarity(run_.frames[k]);
+      accepted_[k] = ltctest::PassesPolarity(run_.frames[k].bytes);
       if (!backwards && k + 1 < kFrames) done_[k] = starts[k + 1];
       if (backwards) {
         accepted_[k] = accepted_[k] && (run_.frames[k].bytes[0] & 1) == 0;

@@ -83,11 +83,13 @@ inline std::vector<uint8_t> ReversedSamples(const std::vector<uint8_t> &s, size_
   return out;
 }
 
-// The decoder accepts an encoder frame when its polarity bit came out 1 (30-frame layout, bit 27)
-// or 0 (25-frame layout, bit 59).
-inline bool PassesPolarity(const SMPTE_FRAME &f) {
-  const bool layout25 = (f.bytes[5] >> 3) & 1;
-  return layout25 ? !((f.bytes[7] >> 3) & 1) : (f.bytes[3] >> 3) & 1;
+// The decoder's polarity test on any frame: p = (1 + ones among bits 0-63) mod 2; rejected when
+// bit 59 differs from p while bit 27 equals p.
+inline bool PassesPolarity(const uint8_t *b) {
+  int ones = 0;
+  for (int i = 0; i < 64; ++i) ones += (b[i / 8] >> (i % 8)) & 1;
+  const int p = (1 + ones) % 2, bit27 = (b[3] >> 3) & 1, bit59 = (b[7] >> 3) & 1;
+  return !(bit59 != p && bit27 == p);
 }
 
 // A frame reported new, and the chunk whose smpteDecode call reports it.

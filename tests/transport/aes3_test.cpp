@@ -107,18 +107,4 @@ TEST(Aes3RoundTrip, Stereo16ThroughWordsAndBack) {
   }
 }
 
-TEST(Aes3RoundTrip, Packed24ThroughWordsTo32) {
-  const size_t frames = 37;
-  const auto left = kvtest::RandomBytes(frames * 3, 5), right = kvtest::RandomBytes(frames * 3, 6);
-  std::vector<uint8_t> buf(4 + 32 * frames);
-  KVAudioInterleave24toAES324(buf.data(), left.data(), 6, 0, frames, 0, 0);
-  KVAudioInterleave24toAES324(buf.data(), right.data(), 7, 0, frames, 0, 0);
-  std::vector<uint32_t> out(2 * frames);
-  KVAudioDeinterleaveAES324to32(out.data(), buf.data(), 6, frames, 8);
-  for (size_t i = 0; i < 2 * frames; ++i) {
-    const uint8_t *s = &(i % 2 ? right : left)[3 * (i / 2)];
-    EXPECT_EQ(out[i], uint32_t{s[0]} << 8 | uint32_t{s[1]} << 16 | uint32_t{s[2]} << 24);
-  }
-}
-
 }  // namespace

@@ -72,19 +72,6 @@ TEST(AesebuWrite, BlockLayoutAndHeaderPhase) {
   EXPECT_EQ(untouched[0], 0x80);  // resetPhase
 }
 
-TEST(AesebuRoundTrip, Stereo32ThroughBlocksTo24BitReader) {
-  const auto bytes = kvtest::RandomBytes(2 * 384 * 4, 3);
-  std::vector<uint32_t> stereo(2 * 384);
-  std::memcpy(stereo.data(), bytes.data(), bytes.size());
-  std::vector<uint8_t> blocks(2 * 1348);
-  ASSERT_EQ(KVAudioInterleave24toAESEBU24Stereo(blocks.data(), stereo.data(), 384, 1), 3072u);
-  for (size_t b = 0; b < 2; ++b) {
-    std::vector<uint32_t> out(2 * 192);
-    KVAudioDeinterleave24AESEBUto32Stereo(blocks.data() + b * 1348 + 4, out.data(), 0, 2, 192);
-    for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], stereo[b * 384 + i] & 0xFFFFFF00u) << i;
-  }
-}
-
 // Sample j of a run whose 6-byte units are 11 22 u 00 00 00 (u the unit index): odd samples are 0,
 // even ones 0xuu221100 (little-endian) or 0x1122uu00 (big-endian).
 uint32_t Expect24(uint32_t j, bool be) {

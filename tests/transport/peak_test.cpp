@@ -26,18 +26,6 @@ TEST(PeakStereo, PackingOnBothPaths) {
   }
 }
 
-TEST(PeakStereo, PeakFoundAtEveryPositionInBlocksAndTail) {
-  for (int path = 0; path < 2; ++path) {
-    kvtest::ScopedAvx2 force(path);
-    for (size_t at = 0; at < 70; ++at) {
-      std::vector<int16_t> words(70, 3);
-      words[at] = -1234;
-      const uint32_t expect = at % 2 ? 6 | 1234u << 17 : 2468 | 3u << 17;
-      EXPECT_EQ(audTestPeak16S(words.data(), 70), expect) << "path " << path << " at " << at;
-    }
-  }
-}
-
 TEST(PeakMono, RawPatternOfWinningNegativeSample) {
   struct Case { std::vector<int16_t> samples; uint32_t expect; };
   const Case cases[] = {
