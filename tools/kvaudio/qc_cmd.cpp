@@ -1,0 +1,237 @@
+// kvaudio qc: the QC engine run frame by frame over a file, with events in timecode and a report.
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "analyses.h"
+#include "progress.h"
+#include "svg_plot.h"
+#include "targets.h"
+#include "tool.h"
+
+namespace kvtool {
+namespace {
+
+constexpr uint32_t kRules = 18;
+
+struct QcOptions {
+  std::string file, fps = "25", layout, loudnessLayout, startTimecode = "00:00:00:00", plot;
+  std::vector<std::string> rules;
+  uint32_t standard = 0;
+  bool json = false;
+};
+
+// Reads the file's periods straight into the engine's frame buffer.
+class FileSource : public PcmSource {
+ public:
+  explicit FileSource(AudioReader &reader) : reader_(reader) {}
+  size_t Read(uint8_t *out, size_t frames) override {
+    return reader_.info().Wide() ? reader_.Read(reinterpret_cast<int32_t *>(out), frames)
+                                 : reader_.Read(reinterpret_cast<int16_t *>(out), frames);
+  }
+
+ private:
+  AudioReader &reader_;
+};
+
+// Bit r-1 for each rule given by number or name; 0 (all rules) for an empty list.
+uint32_t RuleMask(const std::vector<std::string> &rules) {
+  uint32_t mask = 0;
+  for (const std::string &rule : rules) {
+    uint32_t r = 0;
+    for (uint32_t n = 1; n <= kRules; ++n)
+      if (rule == RuleName(n) || rule == std::to_string(n)) r = n;
+    if (!r) throw ToolError("unknown rule '" + rule + "' (use 1-18 or a name from docs/cli.md)");
+    mask |= 1u << (r - 1);
+  }
+  return mask;
+}
+
+void CopyName(char (&field)[64], const std::string &name) {
+  std::strncpy(field, name.c_str(), sizeof(field) - 1);
+}
+
+int RunQcCommand(const QcOptions &opt) {
+  QcSettings s;
+  s.fps = ParseFrameRate(opt.fps);
+  s.standard = TargetsFor(opt.standard).standard;
+  s.startFrame = ParseTimecode(opt.startTimecode, s.fps);
+  s.rules = RuleMask(opt.rules);
+  AudioReader reader(opt.file);
+  reader.Require(64, 8000);
+  const AudioInfo &info = reader.info();
+  s.rate = info.rate;
+  s.channels = info.channels;
+  s.bits = info.Wide() ? 32 : 16;
+  s.layout = opt.layout.empty() ? "" : LayoutFor(opt.layout, info.channels, opt.file).name;
+  s.loudnessLayout = opt.loudnessLayout.empty() ? "" : LayoutFor(opt.loudnessLayout, info.channels, opt.file).name;
+
+  FileSource source(reader);
+  Progress progress("qc", info.frames, info.Seconds());
+  QcResult result = RunQc(s, source, info.frames, &progress);
+  progress.Done();
+  if (!opt.plot.empty()) PlotQc(result, s, opt.file, info.Seconds(), opt.plot);
+  if (opt.json) {
+    Json doc{{"file", opt.file}, {"format", info.format}};
+    doc.update(QcJson(result, s));
+    PrintJson(doc);
+  } else {
+    std::printf("%s: %s, %u Hz, %u channels, %s fps, %s\n", opt.file.c_str(), info.format.c_str(), info.rate,
+                info.channels, s.fps.name.c_str(), FormatSeconds(info.Seconds()).c_str());
+    PrintQc(result, s);
+  }
+  return result.report.passed && result.events.empty() ? kExitClean : kExitFindings;
+}
+
+}  // namespace
+
+const char *RuleName(uint32_t rule) {
+  static const char *const kNames[kRules] = {
+      "programme-silence", "channel-silence", "clipping",        "phase-inversion", "loudness-off-target",
+      "true-peak",         "momentary-max",   "short-term-max",  "click",           "crackle",
+      "level-imbalance",   "dc-offset",       "dropout",         "dual-mono",       "low-level",
+      "near-clip",         "missing-channel", "loudness-range"};
+  return rule >= 1 && rule <= kRules ? kNames[rule - 1] : "unknown";
+}
+
+QcResult RunQc(const QcSettings &s, PcmSource &source, uint64_t totalFrames, Progress *progress) {
+  kvaudqcConfig config{};
+  config.sampleRate = s.rate;
+  config.channels = s.channels;
+  config.bitsPerSample = s.bits;
+  config.standard = s.standard;
+  config.reservedA[0] = s.rules;  // the engine's rule selection; 0 runs every rule
+  CopyName(config.layoutName, s.layout);
+  CopyName(config.loudnessLayoutName, s.loudnessLayout);
+  std::unique_ptr<kvqcAudioEngine, int32_t (*)(kvqcAudioEngine *)> engine(kvqcAudioOpen(&config),
+                                                                         kvqcAudioClose);
+  if (!engine) throw ToolError("the QC engine cannot be opened");
+
+  QcResult r;
+  FrameCutter cutter(s.fps, s.rate);
+  r.libraryCadence = cutter.UsesLibraryCadence();
+  std::vector<uint8_t> buffer(size_t(cutter.MaxSamples()) * s.channels * (s.bits / 8));
+  auto analysis = std::make_unique<kvaudqcFrameAnalyze>();
+  uint64_t done = 0;
+  for (uint64_t frame = 0;; ++frame) {
+    size_t got = source.Read(buffer.data(), cutter.Samples(frame));
+    if (got == 0) break;
+    if (kvqcAudioFrame(engine.get(), buffer.data(), uint32_t(got), analysis.get()) != 0)
+      throw ToolError("the QC engine refused frame " + std::to_string(frame));
+    done += got;
+    double t = double(done) / s.rate;
+    r.momentary.emplace_back(t, analysis->momentary);
+    r.shortTerm.emplace_back(t, analysis->shortTerm);
+    if (progress) progress->Update(std::min(done, totalFrames));
+  }
+  if (kvqcAudioFinish(engine.get(), &r.report) != 0) throw ToolError("the QC engine cannot finish the run");
+  uint32_t count = 0, copied = 0;
+  kvqcAudioGetEventCount(engine.get(), &count);
+  r.events.resize(count);
+  if (count) kvqcAudioGetEvents(engine.get(), 0, count, r.events.data(), &copied);
+  r.events.resize(copied);
+  return r;
+}
+
+Json QcJson(const QcResult &r, const QcSettings &s) {
+  const kvaudqcReport &rep = r.report;
+  Json perRule = Json::object();
+  for (uint32_t rule = 1; rule <= kRules; ++rule)
+    if (rep.eventsPerRule[rule - 1]) perRule[RuleName(rule)] = rep.eventsPerRule[rule - 1];
+  Json events = Json::array();
+  for (const kvaudqcEvent &e : r.events)
+    events.push_back(Json{{"rule", e.rule},
+                          {"name", RuleName(e.rule)},
+                          {"startFrame", e.startA},
+                          {"endFrame", e.endA},
+                          {"startTimecode", FormatTimecode(s.startFrame + e.startA, s.fps)},
+                          {"endTimecode", FormatTimecode(s.startFrame + e.endA, s.fps)},
+                          {"startSample", e.startB},
+                          {"endSample", e.endB},
+                          {"startSeconds", double(e.startB) / s.rate},
+                          {"endSeconds", double(e.endB) / s.rate},
+                          {"frames", e.frames},
+                          {"samples", e.samples},
+                          {"channels", ChannelList(e.channelMask)},
+                          {"maxValue", e.maxValue},
+                          {"reference", e.reference},
+                          {"maxAuxA", Level(e.maxAuxA)},
+                          {"maxAuxB", Level(e.maxAuxB)},
+                          {"ratio", e.ratio}});
+  return Json{{"sampleRate", s.rate},
+              {"channels", s.channels},
+              {"fps", s.fps.name},
+              {"libraryCadence", r.libraryCadence},
+              {"report", {{"frames", rep.frames},
+                          {"samples", rep.samples},
+                          {"integrated", Level(rep.integrated)},
+                          {"range", rep.range},
+                          {"truePeak", Level(rep.truePeak)},
+                          {"maxMomentary", Level(rep.maxMomentary)},
+                          {"maxShortTerm", Level(rep.maxShortTerm)},
+                          {"eventsPerRule", perRule},
+                          {"totalEvents", rep.totalEvents},
+                          {"standard", rep.standard},
+                          {"violations", ViolationNames(rep.violations)},
+                          {"passed", rep.passed != 0}}},
+              {"events", events}};
+}
+
+void PrintQc(const QcResult &r, const QcSettings &s) {
+  const kvaudqcReport &rep = r.report;
+  std::printf("  analysed            %llu frames, %llu samples\n", (unsigned long long)rep.frames,
+              (unsigned long long)rep.samples);
+  std::printf("  integrated          %s LUFS, range %.1f LU\n", LevelText(rep.integrated).c_str(), rep.range);
+  std::printf("  true peak           %s dBTP\n", LevelText(rep.truePeak).c_str());
+  std::printf("  max momentary       %s LUFS, max short-term %s LUFS\n", LevelText(rep.maxMomentary).c_str(),
+              LevelText(rep.maxShortTerm).c_str());
+  if (rep.standard) {
+    std::printf("  %s\n    violations        ", TargetsText(TargetsFor(rep.standard)).c_str());
+    std::vector<std::string> names = ViolationNames(rep.violations);
+    if (names.empty()) std::printf("none");
+    for (size_t i = 0; i < names.size(); ++i) std::printf("%s%s", i ? ", " : "", names[i].c_str());
+    std::printf("\n");
+  }
+  std::printf("  events              %u%s\n", rep.totalEvents, rep.passed ? " (passed)" : " (failed)");
+  if (r.events.empty()) return;
+  std::printf("    %-22s %-12s %-12s %7s  %-9s %s\n", "rule", "start", "end", "frames", "channels", "value");
+  for (const kvaudqcEvent &e : r.events)
+    std::printf("    %2u %-19s %-12s %-12s %7u  %-9s %.3f\n", e.rule, RuleName(e.rule),
+                FormatTimecode(s.startFrame + e.startA, s.fps).c_str(),
+                FormatTimecode(s.startFrame + e.endA, s.fps).c_str(), e.frames, ChannelText(e.channelMask).c_str(),
+                e.maxValue);
+}
+
+void PlotQc(const QcResult &r, const QcSettings &s, const std::string &title, double seconds,
+            const std::string &path) {
+  SvgPlot plot("QC: " + title, seconds);
+  plot.AddCurve("momentary", "#8ecae6", 1.0, r.momentary);
+  plot.AddCurve("short-term", "#e76f51", 2.0, r.shortTerm);
+  if (r.report.integrated > -199.0) plot.AddLevel("integrated", "#264653", r.report.integrated);
+  for (const kvaudqcEvent &e : r.events)
+    plot.AddEvent(RuleName(e.rule), double(e.startB) / s.rate, double(e.endB) / s.rate,
+                  std::string(RuleName(e.rule)) + " " + FormatTimecode(s.startFrame + e.startA, s.fps) + " - " +
+                      FormatTimecode(s.startFrame + e.endA, s.fps) + ", channels " + ChannelText(e.channelMask));
+  plot.Write(path);
+}
+
+void AddQcCommand(CLI::App &app, int *exitCode) {
+  auto opt = std::make_shared<QcOptions>();
+  CLI::App *cmd = app.add_subcommand("qc", "Run the QC engine frame by frame: events with timecode "
+                                           "and a report; exit 1 when anything is found");
+  cmd->add_option("FILE", opt->file, "audio file")->required();
+  cmd->add_option("--fps", opt->fps, std::string("video frame rate: ") + FrameRateNames() + " (default 25)");
+  cmd->add_option("--layout", opt->layout, "programme layout (stereo1..8, 5.1..., 7.1...)");
+  cmd->add_option("--loudness-layout", opt->loudnessLayout, "layout the loudness is measured on");
+  cmd->add_option("--standard", opt->standard, "delivery standard: 1 EBU R128, 2-7, 100; 0 none (default)");
+  cmd->add_option("--rules", opt->rules, "only these rules, by number or name (default all)")->delimiter(',');
+  cmd->add_option("--start", opt->startTimecode, "timecode of the first frame (default 00:00:00:00)");
+  cmd->add_flag("--json", opt->json, "print JSON (see docs/cli.md)");
+  cmd->add_option("--plot", opt->plot, "write loudness and the events on a timeline as an SVG file");
+  cmd->callback([opt, exitCode] { *exitCode = RunQcCommand(*opt); });
+}
+
+}  // namespace kvtool
