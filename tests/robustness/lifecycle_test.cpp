@@ -37,14 +37,22 @@ TEST(Lifecycle, MeterInitProcessDestroy) {
   }
 }
 
-TEST(Lifecycle, QcEngineOpenClose) {
+TEST(Lifecycle, QcEngineOpenRunResetClose) {
   kvaudqcConfig config{};
   config.channels = 8;
   std::strcpy(config.layoutName, "7.1");
   std::strcpy(config.loudnessLayoutName, "stereo2");
+  std::vector<int16_t> pcm(8 * 1920);
+  for (size_t i = 0; i < pcm.size(); ++i) pcm[i] = static_cast<int16_t>(i % 3 ? 0 : 30000);
   for (const kvaudqcConfig *c : {static_cast<const kvaudqcConfig *>(nullptr), static_cast<const kvaudqcConfig *>(&config)}) {
     kvqcAudioEngine *e = kvqcAudioOpen(c);
     ASSERT_NE(e, nullptr);
+    for (int round = 0; round < 2; ++round) {
+      for (int frame = 0; frame < 60; ++frame) kvqcAudioFrame(e, pcm.data(), c ? 1920 : 7680, nullptr);
+      kvaudqcReport report;
+      EXPECT_EQ(kvqcAudioFinish(e, &report), 0);
+      EXPECT_EQ(kvqcAudioReset(e), 0);
+    }
     EXPECT_EQ(kvqcAudioClose(e), 0);
   }
 }
