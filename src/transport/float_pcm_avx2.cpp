@@ -27,15 +27,22 @@ __m256 Tpdf8(__m256i key, uint32_t counter) {
 }
 
 struct Limits {
-  __m256 full, negFull;
+  __m256 full, negFull, top;
   __m256i max, min;
+  bool exactTop;  // 2^(bits-1) - 1 is a float: bits <= 24
 };
 
-// round(x * full + dither), saturated, NaN to 0.
+// round(x * full + dither), saturated, NaN to 0. Conversion follows the current rounding mode
+// (nearest-even by default), as nearbyint does in the plain loop. Up to 24 bits the top of the
+// range is a float, so clamping before rounding gives the same result as saturating after it.
 __m256i Convert8(const float *in, const Limits &l, bool dither, __m256i key, uint32_t counter) {
   __m256 y = _mm256_mul_ps(_mm256_loadu_ps(in), l.full);
   if (dither) y = _mm256_add_ps(y, Tpdf8(key, counter));
-  const __m256 r = _mm256_round_ps(y, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+  if (l.exactTop) {
+    y = _mm256_and_ps(y, _mm256_cmp_ps(y, y, _CMP_ORD_Q));  // NaN -> +0
+    return _mm256_cvtps_epi32(_mm256_min_ps(_mm256_max_ps(y, l.negFull), l.top));
+  }
+  const __m256 r = _mm256_round_ps(y, _MM_FROUND_CUR_DIRECTION);
   __m256i v = _mm256_cvttps_epi32(r);
   v = _mm256_blendv_epi8(v, l.max, _mm256_castps_si256(_mm256_cmp_ps(r, l.full, _CMP_GE_OQ)));
   v = _mm256_blendv_epi8(v, l.min, _mm256_castps_si256(_mm256_cmp_ps(r, l.negFull, _CMP_LE_OQ)));
@@ -45,8 +52,8 @@ __m256i Convert8(const float *in, const Limits &l, bool dither, __m256i key, uin
 Limits MakeLimits(uint32_t bits) {
   const uint32_t full = 1u << (bits - 1);
   const float f = static_cast<float>(full);
-  return {_mm256_set1_ps(f), _mm256_set1_ps(-f), _mm256_set1_epi32(static_cast<int>(full - 1)),
-          _mm256_set1_epi32(static_cast<int>(0u - full))};
+  return {_mm256_set1_ps(f), _mm256_set1_ps(-f), _mm256_set1_ps(static_cast<float>(full - 1)),
+          _mm256_set1_epi32(static_cast<int>(full - 1)), _mm256_set1_epi32(static_cast<int>(0u - full)), bits <= 24};
 }
 
 }  // namespace
