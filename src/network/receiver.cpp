@@ -109,8 +109,10 @@ struct KVAudioAoipReceiver {
  private:
   void Start(const KVAudioRtpHeader &h, uint32_t frames) {
     started_ = true;
-    highest_ = lowest_ = h.sequence;
-    highestTs_ = h.timestamp;
+    // As if the packet before it had just arrived, so the first one is taken in order.
+    highest_ = int64_t{h.sequence} - 1;
+    lowest_ = h.sequence;
+    highestTs_ = h.timestamp - frames;
     highestFrames_ = frames;
     offset_ = read_ - h.timestamp;
     end_ = read_;
