@@ -124,11 +124,11 @@ Stream ReadSdp(const std::string &path) {
       s.port = static_cast<uint16_t>(a), s.payloadType = b, media = true;
       if (b == 10 || b == 11) s.encoding = 16, s.rate = 44100, s.channels = b == 10 ? 2 : 1, map = true;
     }
-    const int n = std::sscanf(line.c_str(), "a=rtpmap:%u L%u/%u/%u", &a, &b, &c, &s.channels);
+    unsigned channels = 1;
+    const int n = std::sscanf(line.c_str(), "a=rtpmap:%u L%u/%u/%u", &a, &b, &c, &channels);
     if (n >= 3 && a == s.payloadType) {
       if (b != 16 && b != 24) throw FileError(path, "only L16 and L24 streams are supported");
-      s.encoding = b, s.rate = c, map = true;
-      if (n == 3) s.channels = 1;
+      s.encoding = b, s.rate = c, s.channels = channels, map = true;
     }
     double ms = 0;
     if (std::sscanf(line.c_str(), "a=ptime:%lf", &ms) == 1 && ms > 0 && ms < 1000)
