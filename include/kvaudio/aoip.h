@@ -115,7 +115,9 @@ KVAUDIO_API uint32_t KVAudioAoipFramesPerPacket(uint32_t rate, uint32_t microsec
  * are read as silence, so the output stays sample-aligned through loss and reordering. The first
  * packet lands at the read position. A packet whose timestamp disagrees with the one its sequence
  * number implies (previous timestamp + sequence distance * previous packet's frames) counts as a
- * timestamp jump and is placed where its sequence number implies. */
+ * timestamp jump and is placed where its sequence number implies. A sequence number more than
+ * 1000 away from the highest seen restarts the stream right after the last period placed (also
+ * counted as a timestamp jump). */
 
 typedef struct KVAudioAoipReceiverConfig {
   uint32_t channels;        /* 1..64 */
@@ -128,7 +130,7 @@ typedef struct KVAudioAoipReceiverConfig {
 
 /* Counts since the receiver opened. lost = sequence numbers between the lowest and highest seen
  * that never arrived (late ones count as arrived); reordered = arrived below the highest sequence
- * number seen; a late packet counts as reordered too. */
+ * number seen (late or not). */
 typedef struct KVAudioAoipStats {
   uint64_t received;       /* packets placed */
   uint64_t duplicated;

@@ -36,7 +36,10 @@ struct KVAudioAoipReceiver {
       ++stats_.malformed;
       return r;
     }
-    if (!started_) Start(h, frames);
+    // A first packet, or a sequence number too far from the highest one seen to be reordering:
+    // the stream (re)starts right after the last period placed.
+    const int16_t distance = static_cast<int16_t>(h.sequence - static_cast<uint16_t>(highest_));
+    if (!started_ || distance > kRestartDistance || distance < -kRestartDistance) Start(h, frames);
 
     // Sequence number extended to 64 bits around the highest one seen.
     const int16_t diff = static_cast<int16_t>(h.sequence - static_cast<uint16_t>(highest_));
@@ -101,21 +104,26 @@ struct KVAudioAoipReceiver {
   KVAudioAoipStats Stats() const {
     KVAudioAoipStats s = stats_;
     const uint64_t expected = started_ ? static_cast<uint64_t>(highest_ - lowest_ + 1) : 0;
-    const uint64_t arrived = stats_.received + stats_.late;
-    s.lost = expected > arrived ? expected - arrived : 0;
+    const uint64_t arrived = stats_.received + stats_.late - arrivedBefore_;
+    s.lost = lostBefore_ + (expected > arrived ? expected - arrived : 0);
     return s;
   }
 
  private:
   void Start(const KVAudioRtpHeader &h, uint32_t frames) {
+    if (started_) {
+      lostBefore_ = Stats().lost;
+      arrivedBefore_ = stats_.received + stats_.late;
+      ++stats_.timestampJumps;
+      std::fill(seen_.begin(), seen_.end(), 0);
+    }
     started_ = true;
     // As if the packet before it had just arrived, so the first one is taken in order.
     highest_ = int64_t{h.sequence} - 1;
     lowest_ = h.sequence;
     highestTs_ = h.timestamp - frames;
     highestFrames_ = frames;
-    offset_ = read_ - h.timestamp;
-    end_ = read_;
+    offset_ = end_ - h.timestamp;
   }
 
   bool Seen(uint16_t seq) const { return (seen_[seq / 64] >> (seq % 64) & 1) != 0; }
@@ -155,7 +163,9 @@ struct KVAudioAoipReceiver {
   int64_t highest_ = 0, lowest_ = 0;
   uint32_t highestTs_ = 0, highestFrames_ = 0;
   uint32_t offset_ = 0;  // timestamp + offset_ = stream position in periods
-  uint32_t read_ = 0, end_ = 0;
+  uint32_t read_ = 0, end_ = 0;  // end_ is never behind read_
+  uint64_t lostBefore_ = 0, arrivedBefore_ = 0;  // of the segments before a restart
+  static constexpr int16_t kRestartDistance = 1000;
 };
 
 extern "C" {

@@ -178,11 +178,15 @@ TEST(AoipReceiver, CountsAndStaysSampleAligned) {
   EXPECT_EQ(KVAudioAoipReceiverPush(rx, packet(10, 1000).data(), 48), KVAUDIO_AOIP_OK);
   ASSERT_EQ(KVAudioAoipReceiverPull(rx, out.data(), kFrames), KVAUDIO_AOIP_OK);
   EXPECT_EQ(out[1], static_cast<int32_t>((10 * kFrames + 1) << 8));
+  // A sender restarting 5000 numbers on continues right after the last period placed.
+  EXPECT_EQ(KVAudioAoipReceiverPush(rx, packet(5011).data(), 48), KVAUDIO_AOIP_OK);
+  ASSERT_EQ(KVAudioAoipReceiverPull(rx, out.data(), kFrames), KVAUDIO_AOIP_OK);
+  EXPECT_EQ(out[1], static_cast<int32_t>((5011 * kFrames + 1) << 8));
   KVAudioAoipStats s;
   ASSERT_EQ(KVAudioAoipReceiverGetStats(rx, &s), KVAUDIO_AOIP_OK);
   const uint64_t got[] = {s.received, s.duplicated, s.reordered, s.late, s.lost, s.timestampJumps, s.malformed,
                           s.silentFrames};
-  const uint64_t want[] = {8, 1, 1, 1, 2, 1, 1, 3 * kFrames};
+  const uint64_t want[] = {9, 1, 1, 1, 2, 2, 1, 3 * kFrames};
   EXPECT_EQ(std::vector<uint64_t>(got, got + 8), std::vector<uint64_t>(want, want + 8));
   KVAudioAoipReceiverClose(rx);
   for (KVAudioAoipReceiverConfig bad : {KVAudioAoipReceiverConfig{0, 24, 97, 6, 64, 0}, {65, 24, 97, 6, 64, 0},
