@@ -15,6 +15,13 @@
 #include "kvaudio/aoip.h"
 #include "test_util.h"
 
+#ifndef KVAUDIO_CLI
+#define KVAUDIO_CLI ""
+#endif
+#ifndef KVAUDIO_FFMPEG
+#define KVAUDIO_FFMPEG ""
+#endif
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -22,9 +29,7 @@ namespace fs = std::filesystem;
 class Rtp : public ::testing::Test {
  protected:
   void SetUp() override {
-#if !defined(KVAUDIO_CLI) || !defined(KVAUDIO_FFMPEG)
-    GTEST_SKIP() << "needs the tool and ffmpeg";
-#endif
+    if (std::string(KVAUDIO_CLI).empty() || std::string(KVAUDIO_FFMPEG).empty()) GTEST_SKIP() << "needs the tool and ffmpeg";
     char pattern[] = "/tmp/kvaudio_rtp_XXXXXX";
     dir_ = mkdtemp(pattern);
   }

@@ -48,6 +48,7 @@ const Member kMembers[] = {
        KVAudioFloatToInt16(As<int16_t>(o[0]), As<float>(i[0]), n, &d);
      }},
     {"FloatToInt24", {{4}, {4}, 4, 4}, [](In i, Out o, uint32_t n) { KVAudioFloatToInt32(As<int32_t>(o[0]), As<float>(i[0]), n, 24, nullptr); }},
+    {"FloatToInt32", {{4}, {4}, 4, 4}, [](In i, Out o, uint32_t n) { KVAudioFloatToInt32(As<int32_t>(o[0]), As<float>(i[0]), n, 32, nullptr); }},
     {"FloatToInt32Dither", {{4}, {4}, 4, 4},
      [](In i, Out o, uint32_t n) {
        KVAudioDither d{~uint64_t{n}, 0xFFFFFFF0u};

@@ -17,6 +17,7 @@
 #include <random>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 #include "audio_file.h"
 #include "kvaudio/aoip.h"
