@@ -33,9 +33,7 @@ class Rtp : public ::testing::Test {
     char pattern[] = "/tmp/kvaudio_rtp_XXXXXX";
     dir_ = mkdtemp(pattern);
   }
-  void TearDown() override {
-    if (!dir_.empty()) fs::remove_all(dir_);
-  }
+  void TearDown() override { if (!dir_.empty()) fs::remove_all(dir_); }
   std::string Path(const std::string &name) const { return (dir_ / name).string(); }
 
   // A free UDP port on 127.0.0.1, as the kernel hands it out.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 #include <vector>
 
 #include "kvaudio/aoip.h"
@@ -113,17 +114,13 @@ TEST(Rtp, WriteParseAndMalformedPackets) {
   EXPECT_EQ(KVAudioRtpWriteHeader(p, 11, &h), KVAUDIO_AOIP_TOO_SMALL);
   KVAudioRtpHeader r;
   ASSERT_EQ(KVAudioRtpParseHeader(p, 40, &r), KVAUDIO_AOIP_OK);
-  EXPECT_EQ(r.sequence, h.sequence);
-  EXPECT_EQ(r.timestamp, h.timestamp);
-  EXPECT_EQ(r.ssrc, h.ssrc);
-  EXPECT_EQ(r.marker, 1);
-  EXPECT_EQ(r.payloadBytes, 28u);
+  EXPECT_EQ(std::make_tuple(r.marker, r.payloadType, r.sequence, r.timestamp, r.ssrc, r.payloadBytes),
+            std::make_tuple(h.marker, h.payloadType, h.sequence, h.timestamp, h.ssrc, 28u));
   // Two CSRCs, a one-word extension and 3 bytes of padding around a 4-byte payload: 12+8+8+4+3.
   p[0] = 0x80 | 0x20 | 0x10 | 2;
   p[20 + 2] = 0, p[20 + 3] = 1, p[34] = 3;
   ASSERT_EQ(KVAudioRtpParseHeader(p, 35, &r), KVAUDIO_AOIP_OK);
-  EXPECT_EQ(r.payloadOffset, 28u);
-  EXPECT_EQ(r.payloadBytes, 4u);
+  EXPECT_EQ(std::make_pair(r.payloadOffset, r.payloadBytes), std::make_pair(28u, 4u));
   struct Case { uint8_t b0; uint32_t bytes; uint32_t want; };
   for (const Case &c : {Case{0x80, 11, KVAUDIO_AOIP_SHORT_PACKET}, Case{0x40, 12, KVAUDIO_AOIP_BAD_VERSION},
                         Case{0x9F, 64, KVAUDIO_AOIP_SHORT_PACKET}, Case{0x92, 22, KVAUDIO_AOIP_SHORT_PACKET},
