@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 
+#include "kvaudio/aoip.h"
 #include "kvaudio/generator.h"
 #include "kvaudio/interleave.h"
 #include "kvaudio/loudness.h"
@@ -52,6 +53,10 @@ TEST(NullArguments, DocumentedResults) {
       {"AudioInterleavePair", [&] { return AudioInterleavePair(samples, nullptr, 0, 16, 2, 1); }, 0},
       {"AudioInterleaveMono2Stereo", [&] { return AudioInterleaveMono2Stereo(nullptr, 16, 1, nullptr); }, 0},
       {"audTestPeak16M", [] { return audTestPeak16M(nullptr, 4); }, 0},
+      {"KVAudioFloatToInt16", [&] { return KVAudioFloatToInt16(samples, nullptr, 4, nullptr); }, KVAUDIO_PCM_NULL_BUFFER},
+      {"KVAudioAoipUnpack16", [&] { return KVAudioAoipUnpack16(samples, nullptr, 16, 2, 2); }, KVAUDIO_AOIP_NULL_BUFFER},
+      {"KVAudioRtpParseHeader", [] { return KVAudioRtpParseHeader(nullptr, 12, nullptr); }, KVAUDIO_AOIP_NULL_BUFFER},
+      {"KVAudioAoipReceiverPull", [&] { return KVAudioAoipReceiverPull(nullptr, nullptr, 1); }, KVAUDIO_AOIP_NULL_BUFFER},
   };
   for (const Case &c : cases) EXPECT_EQ(c.run(), c.result) << c.call;
   EXPECT_EQ(samples[0], 1);

@@ -28,6 +28,7 @@ int main(int argc, char **argv) {
   AddGenCommand(app, &exitCode);
   AddAvsyncCommand(app, &exitCode);
   AddDemoCommand(app, &exitCode);
+  AddRtpCommand(app, &exitCode);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success &e) {

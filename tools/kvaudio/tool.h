@@ -29,5 +29,6 @@ void AddLtcCommand(CLI::App &app, int *exitCode);
 void AddGenCommand(CLI::App &app, int *exitCode);
 void AddAvsyncCommand(CLI::App &app, int *exitCode);
 void AddDemoCommand(CLI::App &app, int *exitCode);
+void AddRtpCommand(CLI::App &app, int *exitCode);
 
 }  // namespace kvtool
