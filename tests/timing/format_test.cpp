@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr uint32_t kNull = 0xA80A2005, kUnsupported = 0xA80A8003;
+constexpr uint32_t kNull = KVAUDIO_ERR_NULL_ARGUMENT, kUnsupported = KVAUDIO_ERR_UNSUPPORTED;
 
 WAVEFORMATEX Record(uint16_t channels, uint32_t rate, uint16_t bits) { return {1, channels, rate, 0, 0, bits, 0}; }
 
