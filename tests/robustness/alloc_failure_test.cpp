@@ -30,53 +30,57 @@ bool FailNow(bool isNew) {
   return true;
 }
 
+// p, counted as held when it is a new block allocated while armed.
+void *Counted(void *p, bool fresh = true) {
+  g.live += p && fresh && g.armed;
+  return p;
+}
+
 }  // namespace
 
-// The link wraps malloc, calloc, realloc and free (robustness.cmake); operator new is replaced.
+// The link wraps malloc, calloc, realloc, free and the operator new and delete forms
+// (robustness.cmake): each wrapper counts, may fail, and calls the real function, so allocation
+// and release stay paired for the sanitizers and memcheck.
 extern "C" {
 void *__real_malloc(size_t n);
 void *__real_calloc(size_t n, size_t size);
 void *__real_realloc(void *p, size_t n);
 void __real_free(void *p);
-void *__wrap_malloc(size_t n) {
-  void *p = FailNow(false) ? nullptr : __real_malloc(n);
-  g.live += p && g.armed;
-  return p;
-}
-void *__wrap_calloc(size_t n, size_t size) {
-  void *p = FailNow(false) ? nullptr : __real_calloc(n, size);
-  g.live += p && g.armed;
-  return p;
-}
-void *__wrap_realloc(void *old, size_t n) {
-  void *p = FailNow(false) ? nullptr : __real_realloc(old, n);
-  g.live += p && !old && g.armed;
-  return p;
-}
+void *__real__Znwm(size_t n);
+void *__real__Znam(size_t n);
+void *__real__ZnwmRKSt9nothrow_t(size_t n, const std::nothrow_t &t) noexcept;
+void *__real__ZnamRKSt9nothrow_t(size_t n, const std::nothrow_t &t) noexcept;
+void __real__ZdlPv(void *p) noexcept;
+void __real__ZdlPvm(void *p, size_t n) noexcept;
+void __real__ZdaPv(void *p) noexcept;
+void __real__ZdaPvm(void *p, size_t n) noexcept;
+
+void *__wrap_malloc(size_t n) { return FailNow(false) ? nullptr : Counted(__real_malloc(n)); }
+void *__wrap_calloc(size_t n, size_t size) { return FailNow(false) ? nullptr : Counted(__real_calloc(n, size)); }
+void *__wrap_realloc(void *old, size_t n) { return FailNow(false) ? nullptr : Counted(__real_realloc(old, n), !old); }
 void __wrap_free(void *p) {
   g.live -= p && g.armed;
   __real_free(p);
 }
+void *__wrap__Znwm(size_t n) {
+  if (FailNow(true)) throw std::bad_alloc();
+  return Counted(__real__Znwm(n));
 }
-void *operator new(size_t n) {
-  void *p = FailNow(true) ? nullptr : __real_malloc(n ? n : 1);
-  if (!p) throw std::bad_alloc();
-  g.live += g.armed;
-  return p;
+void *__wrap__Znam(size_t n) {
+  if (FailNow(true)) throw std::bad_alloc();
+  return Counted(__real__Znam(n));
 }
-void *operator new[](size_t n) { return operator new(n); }
-void *operator new(size_t n, const std::nothrow_t &) noexcept {
-  try {
-    return operator new(n);
-  } catch (...) {
-    return nullptr;
-  }
+void *__wrap__ZnwmRKSt9nothrow_t(size_t n, const std::nothrow_t &t) noexcept {
+  return FailNow(true) ? nullptr : Counted(__real__ZnwmRKSt9nothrow_t(n, t));
 }
-void *operator new[](size_t n, const std::nothrow_t &t) noexcept { return operator new(n, t); }
-void operator delete(void *p) noexcept { __wrap_free(p); }
-void operator delete[](void *p) noexcept { __wrap_free(p); }
-void operator delete(void *p, size_t) noexcept { __wrap_free(p); }
-void operator delete[](void *p, size_t) noexcept { __wrap_free(p); }
+void *__wrap__ZnamRKSt9nothrow_t(size_t n, const std::nothrow_t &t) noexcept {
+  return FailNow(true) ? nullptr : Counted(__real__ZnamRKSt9nothrow_t(n, t));
+}
+void __wrap__ZdlPv(void *p) noexcept { g.live -= p && g.armed, __real__ZdlPv(p); }
+void __wrap__ZdlPvm(void *p, size_t n) noexcept { g.live -= p && g.armed, __real__ZdlPvm(p, n); }
+void __wrap__ZdaPv(void *p) noexcept { g.live -= p && g.armed, __real__ZdaPv(p); }
+void __wrap__ZdaPvm(void *p, size_t n) noexcept { g.live -= p && g.armed, __real__ZdaPvm(p, n); }
+}
 
 namespace {
 
