@@ -27,18 +27,13 @@ typedef struct {
 
 uint32_t ebu_r128_init(Meter *s, uint8_t check, uint8_t resolution, uint32_t rate, uint8_t mode, uint8_t channels);
 uint32_t ebu_r128_process_samples(Meter *s, const void *samples, size_t frames);
-uint32_t ebu_r128_process_and_calculate(Meter *s, uint32_t frames, const void *samples, uint32_t *result,
-                                        uint32_t wideRange);
 uint32_t ebu_r128_adjust_gain(Meter *s, uint8_t channel, float dB);
 uint32_t ebu_r128_destroy(Meter *s);
 float calculate_ampl_from_db(float x);
 
 enum { kGuard = 64, kChannels = 3, kRate = 44101 }; /* mode 2: the window is not whole steps */
 static int failures;
-#define CHECK(cond)                                              \
-  do {                                                           \
-    if (!(cond)) printf("%s:%d: %s\n", __FILE__, __LINE__, #cond), ++failures; \
-  } while (0)
+#define CHECK(cond) ((cond) ? (void)0 : (void)(printf("line %d: %s\n", __LINE__, #cond), ++failures))
 
 static int GuardsIntact(const unsigned char *p) {
   for (size_t i = sizeof(Meter); i < sizeof(Meter) + kGuard; ++i)
@@ -59,38 +54,30 @@ int main(void) {
   for (uint8_t c = 0; c < kChannels; ++c) CHECK(ebu_r128_adjust_gain(s, c, 1.5f * c) == 1);
 
   /* Channel c carries noise at 1/(c+1) of the level; the input goes in one step per call. */
-  const uint32_t n = s->stepSamples, w = s->windowSamples, steps = 40;
+  const uint32_t n = s->stepSamples, w = s->windowSamples;
   int16_t *pcm = malloc(sizeof(int16_t) * n * kChannels);
   float *previous = calloc(kChannels * n, sizeof(float));
   uint32_t seed = 1;
-  for (uint32_t k = 0; k < steps; ++k) {
-    for (uint32_t i = 0; i < n * kChannels; ++i) {
-      seed = seed * 1664525u + 1013904223u;
+  for (uint32_t k = 0; k < 40; ++k) {
+    for (uint32_t i = 0; i < n * kChannels; ++i, seed = seed * 1664525u + 1013904223u)
       pcm[i] = (int16_t)(((int32_t)(seed >> 16) - 32768) % 16000 / (int32_t)(i % kChannels + 1));
-    }
     for (int c = 0; c < kChannels && k > 0; ++c) memcpy(previous + c * n, s->channel[c].step, n * sizeof(float));
-    CHECK(ebu_r128_process_samples(s, pcm, n) == 1);
-    CHECK(s->fillCount == 0);
+    CHECK(ebu_r128_process_samples(s, pcm, n) == 1 && s->fillCount == 0);
   }
   for (int c = 0; c < kChannels; ++c) {
     const Channel *ch = &s->channel[c];
     /* The window holds its samples oldest first: the last two steps at its end, in order. */
     CHECK(memcmp(ch->window + (w - n), ch->step, n * sizeof(float)) == 0);
     CHECK(memcmp(ch->window + (w - 2 * n), previous + c * n, n * sizeof(float)) == 0);
-    CHECK(ch->pre.a0 == 1.0 && ch->rlb.a0 == 1.0 && ch->rlb.b0 == 1.0 && ch->rlb.b1 == -2.0 && ch->rlb.b2 == 1.0);
-    CHECK(ch->pre.z1 != 0.0 && ch->rlb.z2 != 0.0);
+    CHECK(ch->pre.a0 == 1.0 && ch->rlb.b0 == 1.0 && ch->rlb.b1 == -2.0 && ch->pre.z1 != 0.0 && ch->rlb.z2 != 0.0);
     CHECK(ch->weight == calculate_ampl_from_db(1.5f * c));
     double sum = 0.0;
     for (uint32_t i = 0; i < w; ++i) sum += (double)ch->window[i] * ch->window[i];
     CHECK(fabs(ch->loudness - (10 * log10(sum / w * ch->weight) - 0.691)) < 1e-5);
   }
   CHECK(s->channel[0].loudness > s->channel[1].loudness + 3 && s->channel[1].loudness > s->channel[2].loudness);
-  uint32_t result = 0;
-  CHECK(ebu_r128_process_and_calculate(s, n / 2, pcm, &result, 1) == 0 && s->fillCount == n / 2);
-  CHECK((result & 0xFFFF) == result >> 16 && fabs((result >> 16) - fabs(100.0 * s->currentLoudness)) <= 1.0);
   CHECK(GuardsIntact(block));
-  CHECK(ebu_r128_destroy(s) == 1 && !s->channel && !s->integrator);
-  CHECK(GuardsIntact(block));
+  CHECK(ebu_r128_destroy(s) == 1 && !s->channel && !s->integrator && GuardsIntact(block));
   free(previous);
   free(pcm);
   free(block);
