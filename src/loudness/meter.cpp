@@ -38,9 +38,10 @@ double *StepPowers(const s_ebu_r128 *s, uint32_t c) {
 namespace {
 
 bool SetupChannels(s_ebu_r128 *s) {
+  // The channel records, then the meter's own state and each channel's ring of step sums.
   const size_t steps = StepsPerWindow(s);
-  s->channel = static_cast<ebu_r128_channel *>(
-      std::calloc(1, s->channels * sizeof(ebu_r128_channel) + sizeof(MeterState) + s->channels * steps * sizeof(double)));
+  const size_t bytes = s->channels * (sizeof(ebu_r128_channel) + steps * sizeof(double)) + sizeof(MeterState);
+  s->channel = static_cast<ebu_r128_channel *>(std::calloc(1, bytes));
   if (!s->channel) return false;
   for (uint32_t c = 0; c < s->channels; ++c) {
     ebu_r128_channel &ch = s->channel[c];
@@ -194,7 +195,7 @@ uint32_t ebu_r128_calculate_lkfs(s_ebu_r128 *s) {
     void *grown = std::realloc(s->integrator, (s->integratorCount + 1) * sizeof(float));
     if (!grown) {
       std::fprintf(stderr, "can not alloc integrator mem\n");
-      return 0xFFFFFFFF;
+      return EBU_R128_NO_INTEGRATOR;
     }
     s->integrator = static_cast<float *>(grown);
     s->integrator[s->integratorCount++] = static_cast<float>(sum);
@@ -222,7 +223,8 @@ uint32_t ebu_r128_get_integrated_lufs(s_ebu_r128 *s) {
 
 uint32_t ebu_r128_process_and_calculate(s_ebu_r128 *s, uint32_t frames, const void *samples, uint32_t *result,
                                         uint32_t wideRange) {
-  if (!s || !ebu_r128_process_samples(s, samples, frames) || ebu_r128_calculate_lkfs(s) == 0xFFFFFFFF) return 0;
+  if (!s || !ebu_r128_process_samples(s, samples, frames)) return 0;
+  if (ebu_r128_calculate_lkfs(s) == EBU_R128_NO_INTEGRATOR) return 0;
   ebu_r128_get_integrated_lufs(s);
   const double lo = wideRange ? -59.0 : -41.0, hi = wideRange ? -5.0 : -14.0;
   double v = static_cast<double>(s->currentLoudness) - 0.29;
