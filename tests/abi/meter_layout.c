@@ -1,10 +1,13 @@
 /* A C host that knows the meter only from its documented field lists: the library writes no byte
- * past the record it is handed, and every channel record reads back where the host looks. */
+ * past the record it is handed, and every channel record reads back where the host looks. The
+ * installed-package test builds it against the installed tree as well. */
 #include <math.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+
+#include "kvaudio/export.h"
 
 typedef struct { double a0, a1, a2, b0, b1, b2, c1, c2, z1, z2; } Filter;
 typedef struct {
@@ -25,11 +28,11 @@ typedef struct {
   float currentLoudness, integratedLoudness;
 } Meter;
 
-uint32_t ebu_r128_init(Meter *s, uint8_t check, uint8_t resolution, uint32_t rate, uint8_t mode, uint8_t channels);
-uint32_t ebu_r128_process_samples(Meter *s, const void *samples, size_t frames);
-uint32_t ebu_r128_adjust_gain(Meter *s, uint8_t channel, float dB);
-uint32_t ebu_r128_destroy(Meter *s);
-float calculate_ampl_from_db(float x);
+KVAUDIO_API uint32_t ebu_r128_init(Meter *s, uint8_t check, uint8_t bits, uint32_t rate, uint8_t mode, uint8_t nch);
+KVAUDIO_API uint32_t ebu_r128_process_samples(Meter *s, const void *samples, size_t frames);
+KVAUDIO_API uint32_t ebu_r128_adjust_gain(Meter *s, uint8_t channel, float dB);
+KVAUDIO_API uint32_t ebu_r128_destroy(Meter *s);
+KVAUDIO_API float calculate_ampl_from_db(float x);
 
 enum { kGuard = 64, kChannels = 3, kRate = 44101 }; /* mode 2: the window is not whole steps */
 static int failures;
