@@ -8,13 +8,15 @@
 
 #include "kvaudio/export.h"
 
+#define KVAUDIO_CADENCE_UNKNOWN_RATE 0xFFFFFFFFu /* rate code without a cadence */
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
 /* Samples of video frame frameNumber at 48000 Hz into *samples (when non-null) and, when bytes
- * is non-null, bytesPerSample x samples into *bytes. Returns 0, or 0xFFFFFFFF for an unknown
- * rate code (nothing stored). */
+ * is non-null, bytesPerSample x samples into *bytes. Returns 0, or KVAUDIO_CADENCE_UNKNOWN_RATE
+ * for an unknown rate code (nothing stored). */
 KVAUDIO_API uint32_t audSamplesPerFrame48kHz(uint32_t frameNumber, uint32_t rateCode,
                                              uint32_t bytesPerSample, uint32_t *samples,
                                              uint32_t *bytes);

@@ -41,14 +41,15 @@ typedef struct tagAUDGENHANDLE tagAUDGENHANDLE;
 
 /* Opens a generator. Frequencies in Hz, sweepMs in milliseconds (whole seconds count),
  * amplitudes linear (1.0 = full scale), markerReference in Hz. A null format means stereo
- * 44100 Hz 16-bit (block align 4). Returns the handle; allocation failure throws. */
+ * 44100 Hz 16-bit (block align 4). Returns the handle, or null when memory runs out. */
 KVAUDIO_API tagAUDGENHANDLE *audGenOpen(uint32_t flags, uint32_t frequency, uint32_t endFrequency,
                                         uint32_t sweepMs, uint32_t sweepSteps, uint32_t rightShape,
                                         uint32_t leftShape, const WAVEFORMATEX *format,
                                         double rightAmplitude, double leftAmplitude,
                                         double markerReference);
 /* Replaces every parameter as audGenOpen sets them (a null format keeps the previous one),
- * rebuilds the tables and resets both phases. Returns 0. */
+ * rebuilds the tables and resets both phases. Returns 0; when memory runs out a table stays
+ * empty and fills leave its channel untouched. */
 KVAUDIO_API uint32_t audGenSet(tagAUDGENHANDLE *handle, uint32_t flags, uint32_t frequency,
                                uint32_t endFrequency, uint32_t sweepMs, uint32_t sweepSteps,
                                uint32_t rightShape, uint32_t leftShape, const WAVEFORMATEX *format,
@@ -75,7 +76,8 @@ KVAUDIO_API double db_to_amplitude(int32_t attenuationDb);
 /* C++ building blocks of the generator. Each takes the handle's lock (it is recursive). */
 
 /* One waveform cycle of amplitude x 32767, allocated with new[] (16 spare entries) and owned by
- * the caller; *length receives the entries: sampleRate for the sine, 32768 for the others. */
+ * the caller; *length receives the entries: sampleRate for the sine, 32768 for the others.
+ * Null, with *length 0, when memory runs out. */
 KVAUDIO_API int16_t *buildSinTable(tagAUDGENHANDLE *handle, double amplitude, uint32_t *length);
 KVAUDIO_API int16_t *buildTriangleTable(tagAUDGENHANDLE *handle, double amplitude, uint32_t *length);
 KVAUDIO_API int16_t *buildSawToothTable(tagAUDGENHANDLE *handle, double amplitude, uint32_t *length);

@@ -9,6 +9,11 @@
 
 #include "kvaudio/export.h"
 
+/* Results of the meter functions, as each one documents them. */
+#define EBU_R128_OK 1u                  /* init, intake, step close, gain: success */
+#define EBU_R128_FAILED 0u              /* init, intake, gain: refused or allocation failed */
+#define EBU_R128_NO_INTEGRATOR 0xFFFFFFFFu /* step close: the integrator cannot grow */
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -26,16 +31,14 @@ typedef struct itu1770_filter {
 typedef struct ebu_r128_channel {
   itu1770_filter pre; /* high-shelf pre-filter */
   itu1770_filter rlb; /* RLB high-pass */
-  float *window;      /* windowSamples filtered samples: the sliding window, kept as a ring of
-                         whole steps whose oldest sample is at windowPos */
+  float *window;      /* windowSamples filtered samples, oldest first: the sliding window */
   float *step;        /* stepSamples filtered samples of the current step */
   float weight;       /* power weight G of the channel (1.0 by default) */
   float loudness;     /* latest loudness of the channel, LKFS */
-  double *stepPowers; /* sum of squares of each whole step in the window, oldest at stepSlot */
 } ebu_r128_channel;
 
-/* The meter. Fields up to integratedLoudness are the documented state; windowPos and stepSlot
- * are the positions of the window rings. */
+/* The meter. The library keeps any further state of its own in the block it allocates behind
+ * the channel records. */
 typedef struct s_ebu_r128 {
   uint8_t mode;               /* 1 momentary, 2 short-term, 3 integrated */
   uint32_t sampleRate;        /* Hz */
@@ -52,8 +55,6 @@ typedef struct s_ebu_r128 {
   uint8_t relativeGate;       /* LU below the ungated mean (8 after init) */
   float currentLoudness;      /* LKFS */
   float integratedLoudness;   /* LUFS */
-  uint32_t windowPos;         /* ring position of the oldest window sample */
-  uint32_t stepSlot;          /* ring position of the oldest step power */
 } s_ebu_r128;
 
 #ifdef __cplusplus
@@ -62,17 +63,28 @@ typedef struct s_ebu_r128 {
 #  define KVAUDIO_LOUDNESS_ASSERT(cond, msg) _Static_assert(cond, msg)
 #endif
 KVAUDIO_LOUDNESS_ASSERT(sizeof(itu1770_filter) == 80, "itu1770_filter layout");
-KVAUDIO_LOUDNESS_ASSERT(sizeof(ebu_r128_channel) == 192, "ebu_r128_channel layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(itu1770_filter, z2) == 72, "itu1770_filter layout");
+KVAUDIO_LOUDNESS_ASSERT(sizeof(ebu_r128_channel) == 184, "ebu_r128_channel layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(ebu_r128_channel, rlb) == 80, "ebu_r128_channel layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(ebu_r128_channel, window) == 160, "ebu_r128_channel layout");
 KVAUDIO_LOUDNESS_ASSERT(offsetof(ebu_r128_channel, step) == 168, "ebu_r128_channel layout");
-KVAUDIO_LOUDNESS_ASSERT(offsetof(ebu_r128_channel, stepPowers) == 184, "ebu_r128_channel layout");
-KVAUDIO_LOUDNESS_ASSERT(sizeof(s_ebu_r128) == 80, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(ebu_r128_channel, weight) == 176, "ebu_r128_channel layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(ebu_r128_channel, loudness) == 180, "ebu_r128_channel layout");
+KVAUDIO_LOUDNESS_ASSERT(sizeof(s_ebu_r128) == 72, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, sampleRate) == 4, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, windowMs) == 8, "s_ebu_r128 layout");
 KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, windowSamples) == 12, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, stepSamples) == 16, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, stepMs) == 20, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, fillCount) == 24, "s_ebu_r128 layout");
 KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, resolution) == 28, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, channels) == 29, "s_ebu_r128 layout");
 KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, channel) == 32, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, integrator) == 40, "s_ebu_r128 layout");
 KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, integratorCount) == 48, "s_ebu_r128 layout");
+KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, relativeGate) == 56, "s_ebu_r128 layout");
 KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, currentLoudness) == 60, "s_ebu_r128 layout");
 KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, integratedLoudness) == 64, "s_ebu_r128 layout");
-KVAUDIO_LOUDNESS_ASSERT(offsetof(s_ebu_r128, stepSlot) == 72, "s_ebu_r128 layout");
 #undef KVAUDIO_LOUDNESS_ASSERT
 
 /* ---- Filters --------------------------------------------------------------------------------- */
@@ -110,7 +122,8 @@ KVAUDIO_API uint32_t ebu_r128_init(s_ebu_r128 *s, uint8_t check, uint8_t resolut
  * Returns 1, or 0 for an unsupported resolution or a record without channels. */
 KVAUDIO_API uint32_t ebu_r128_process_samples(s_ebu_r128 *s, const void *samples, size_t frames);
 /* Closes a step: slides the windows, updates the channel and current loudness and, in mode 3,
- * keeps windows above -70 LKFS. Returns 1, or 0xFFFFFFFF when the integrator cannot grow. */
+ * keeps windows above -70 LKFS. Returns 1, or EBU_R128_NO_INTEGRATOR when the integrator cannot
+ * grow. */
 KVAUDIO_API uint32_t ebu_r128_calculate_lkfs(s_ebu_r128 *s);
 /* Gates the kept windows (relative gate below their mean) into the integrated loudness; leaves it
  * unchanged when nothing is kept or passes the gate. Returns 0. */

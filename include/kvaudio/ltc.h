@@ -20,6 +20,7 @@
 #ifndef KVAUDIO_LTC_H
 #define KVAUDIO_LTC_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "kvaudio/export.h"
@@ -133,6 +134,14 @@ struct LtcEncoderState {
   uint32_t rateFlags;
 };
 
+static_assert(sizeof(LtcBitWriter) == 56 && offsetof(LtcBitWriter, frame) == 24 &&
+                  offsetof(LtcBitWriter, bitLength) == 36 && offsetof(LtcBitWriter, bitIndex) == 52,
+              "LtcBitWriter layout");
+static_assert(sizeof(LtcEncoderState) == 168 && offsetof(LtcEncoderState, writer16) == 8 &&
+                  offsetof(LtcEncoderState, writer8) == 64 && offsetof(LtcEncoderState, sampleRate) == 120 &&
+                  offsetof(LtcEncoderState, speed) == 152 && offsetof(LtcEncoderState, rateFlags) == 160,
+              "LtcEncoderState layout");
+
 KVAUDIO_API extern LtcEncoderState encoder;
 
 /* ---- Decoder ---------------------------------------------------------------------------------- */
@@ -231,6 +240,10 @@ struct LtcDecoderState {
   double periodRms;
   uint8_t rmsBusy;            /* set while periodRms is recomputed */
 };
+
+/* The detectors carry a vtable pointer, so only sizes are checked here. */
+static_assert(sizeof(ZXDetect<CSample8>) == 32 && sizeof(ZXDetect<CSample16R>) == 32, "ZXDetect layout");
+static_assert(sizeof(LtcDecoderState) == 656, "LtcDecoderState layout");
 
 KVAUDIO_API extern LtcDecoderState decoder;
 

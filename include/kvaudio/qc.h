@@ -10,6 +10,10 @@
 
 #include "kvaudio/export.h"
 
+#define KVQC_OK 0                /* success */
+#define KVQC_ERROR (-1)          /* bad argument; nothing done */
+#define KVQC_NO_SIGNAL (-200.0)  /* level of no signal, or not measured */
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -224,7 +228,8 @@ KVAUDQC_ASSERT(offsetof(kvaudqcReport, passed) == 148, "kvaudqcReport layout");
 typedef struct kvqcAudioEngine kvqcAudioEngine;
 
 /* Creates an engine from a copy of *config (null: all defaults) with every zero field defaulted.
- * The caller's record is not written. Release with kvqcAudioClose. */
+ * The caller's record is not written. Returns null when memory runs out. Release with
+ * kvqcAudioClose. */
 KVAUDIO_API kvqcAudioEngine *kvqcAudioOpen(const kvaudqcConfig *config);
 /* Frees the engine and its event list. Returns 0, or -1 for a null engine (nothing done). */
 KVAUDIO_API int32_t kvqcAudioClose(kvqcAudioEngine *engine);

@@ -5,8 +5,8 @@
  * or duplicates, several bits average (each source divided by the bit count, truncating, then
  * summed with 32-bit wrap). Mask bits at or above `channels` read as silence.
  * Results: 0 when buffer (or pairs[0]), channels, check, samples or map is 0/null or channels is
- * below 2, leaving everything untouched; 0xFFFFFFFF, with a message on the error output, when
- * channels exceeds 32; otherwise channels / 2.
+ * below 2, leaving everything untouched; KVAUDIO_REMAP_TOO_MANY_CHANNELS, with a message on the
+ * error output, when channels exceeds 32; otherwise channels / 2.
  * Levels: peaks and rms (each optional) are cleared to `channels` words; word k holds pair k
  * (channels 2k, 2k+1) as two 16-bit halves, even channel in the low half. With the sample
  * left-justified to 32 bits: RMS half = (uint32)sqrt(mean square) >> 15; peak half = magnitude
@@ -17,6 +17,8 @@
 #include <stdint.h>
 
 #include "kvaudio/export.h"
+
+#define KVAUDIO_REMAP_TOO_MANY_CHANNELS 0xFFFFFFFFu /* more than 32 channels: nothing done */
 
 #ifdef __cplusplus
 extern "C" {

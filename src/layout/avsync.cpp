@@ -6,13 +6,15 @@
 #include <cstddef>
 
 #include "frame/cpu.h"
+#include "frame/errors.h"
 #include "layout/avsync_avx2.h"
 #include "layout/avsync_internal.h"
 
 namespace kvaudio::layout {
 namespace {
 
-constexpr uint32_t kOk = 0, kBadArgument = 1, kNotFound = 2, kDoesNotFit = 3;
+constexpr uint32_t kOk = KVAUDIO_AVSYNC_OK, kBadArgument = KVAUDIO_AVSYNC_BAD_ARGUMENT,
+                   kNotFound = KVAUDIO_AVSYNC_NOT_FOUND, kDoesNotFit = KVAUDIO_AVSYNC_TOO_SHORT;
 constexpr uint32_t kMinRate = 16000;
 constexpr uint32_t kChips = 63;
 constexpr uint32_t kNoPosition = 0xFFFFFFFF;
@@ -163,16 +165,18 @@ uint32_t KVAudioAVSyncPulseGenerate(void *buffer, uint32_t bufferFrames, uint32_
   if (!SampleShapeOk(buffer, channels, bits, rate)) return kBadArgument;
   // The fit is known from the rate alone; a burst that cannot fit is never built.
   if (offset >= bufferFrames || bufferFrames < uint64_t{offset} + AvSyncBurstLength(rate)) return kDoesNotFit;
-  const std::vector<double> p = AvSyncBurst(rate);
-  const int64_t fullScale = bits == 16 ? 32767 : 0x7FFFFFFF;
-  int64_t a = amplitude == 0 ? (bits == 16 ? 12000 : 0x30000000) : std::abs(int64_t{amplitude});
-  a = std::min(a, fullScale);
-  const size_t first = size_t{offset} * channels;
-  if (bits == 16)
-    Mix<int16_t, -32768, 32767>(static_cast<int16_t *>(buffer) + first, channels, p, static_cast<double>(a));
-  else
-    Mix<int32_t, INT32_MIN, INT32_MAX>(static_cast<int32_t *>(buffer) + first, channels, p, static_cast<double>(a));
-  return kOk;
+  return kvaudio::NoThrow(kBadArgument, [&] {
+    const std::vector<double> p = AvSyncBurst(rate);
+    const int64_t fullScale = bits == 16 ? 32767 : 0x7FFFFFFF;
+    int64_t a = amplitude == 0 ? (bits == 16 ? 12000 : 0x30000000) : std::abs(int64_t{amplitude});
+    a = std::min(a, fullScale);
+    const size_t first = size_t{offset} * channels;
+    if (bits == 16)
+      Mix<int16_t, -32768, 32767>(static_cast<int16_t *>(buffer) + first, channels, p, static_cast<double>(a));
+    else
+      Mix<int32_t, INT32_MIN, INT32_MAX>(static_cast<int32_t *>(buffer) + first, channels, p, static_cast<double>(a));
+    return kOk;
+  });
 }
 
 uint32_t KVAudioAVSyncPulseDetect(const void *buffer, uint32_t frames, uint32_t channels, uint32_t bits,
@@ -182,18 +186,20 @@ uint32_t KVAudioAVSyncPulseDetect(const void *buffer, uint32_t frames, uint32_t 
   *position = kNoPosition;
   if (!SampleShapeOk(buffer, channels, bits, rate)) return kBadArgument;
   if (frames < AvSyncBurstLength(rate)) return kDoesNotFit;
-  const std::vector<double> p = AvSyncBurst(rate);
-  double energy = 0.0;
-  for (double v : p) energy += v * v;
-  if (frames < p.size() || p.empty() || !(energy > 0.0)) return kDoesNotFit;
-  const double limit = threshold > 0.0 ? threshold : kDefaultThreshold;
-  const Best best = bits == 16
-                        ? Correlate(static_cast<const int16_t *>(buffer), frames, channels, p, energy)
-                        : Correlate(static_cast<const int32_t *>(buffer), frames, channels, p, energy);
-  if (score) *score = best.score;
-  if (!best.found || best.score < limit) return kNotFound;
-  *position = static_cast<uint32_t>(best.start);
-  return kOk;
+  return kvaudio::NoThrow(kBadArgument, [&] {
+    const std::vector<double> p = AvSyncBurst(rate);
+    double energy = 0.0;
+    for (double v : p) energy += v * v;
+    if (frames < p.size() || p.empty() || !(energy > 0.0)) return kDoesNotFit;
+    const double limit = threshold > 0.0 ? threshold : kDefaultThreshold;
+    const Best best = bits == 16
+                          ? Correlate(static_cast<const int16_t *>(buffer), frames, channels, p, energy)
+                          : Correlate(static_cast<const int32_t *>(buffer), frames, channels, p, energy);
+    if (score) *score = best.score;
+    if (!best.found || best.score < limit) return kNotFound;
+    *position = static_cast<uint32_t>(best.start);
+    return kOk;
+  });
 }
 
 }  // extern "C"

@@ -6,6 +6,7 @@
 
 #include "kvaudio/loudness.h"
 #include "loudness/kweight.h"
+#include "loudness/meter_state.h"
 
 namespace kvaudio::loudness {
 namespace {
@@ -22,12 +23,25 @@ T *Allocate(size_t n) {
   return static_cast<T *>(std::calloc(n ? n : 1, sizeof(T)));
 }
 
-// Whole steps in the window; the remaining windowSamples - k * stepSamples samples are summed
-// from the window ring itself.
+}  // namespace
+
+// Whole steps in the window; the remaining windowSamples - k * stepSamples oldest samples are
+// summed from the window itself.
 uint32_t StepsPerWindow(const s_ebu_r128 *s) { return s->stepSamples ? s->windowSamples / s->stepSamples : 0; }
 
+MeterState *State(const s_ebu_r128 *s) { return reinterpret_cast<MeterState *>(s->channel + s->channels); }
+
+double *StepPowers(const s_ebu_r128 *s, uint32_t c) {
+  return reinterpret_cast<double *>(State(s) + 1) + size_t{c} * StepsPerWindow(s);
+}
+
+namespace {
+
 bool SetupChannels(s_ebu_r128 *s) {
-  s->channel = Allocate<ebu_r128_channel>(s->channels);
+  // The channel records, then the meter's own state and each channel's ring of step sums.
+  const size_t steps = StepsPerWindow(s);
+  const size_t bytes = s->channels * (sizeof(ebu_r128_channel) + steps * sizeof(double)) + sizeof(MeterState);
+  s->channel = static_cast<ebu_r128_channel *>(std::calloc(1, bytes));
   if (!s->channel) return false;
   for (uint32_t c = 0; c < s->channels; ++c) {
     ebu_r128_channel &ch = s->channel[c];
@@ -35,36 +49,22 @@ bool SetupChannels(s_ebu_r128 *s) {
     filter_init_rlb_filter(&ch.rlb, s->sampleRate);
     ch.window = Allocate<float>(s->windowSamples);
     ch.step = Allocate<float>(s->stepSamples);
-    ch.stepPowers = Allocate<double>(StepsPerWindow(s));
     ch.weight = 1.0f;
-    if (!ch.window || !ch.step || !ch.stepPowers) return false;
+    if (!ch.window || !ch.step) return false;
   }
   return true;
 }
 
-// Copies the step into the window ring and returns the window's sum of squares.
-double SlideWindow(const s_ebu_r128 *s, ebu_r128_channel &ch) {
+// Moves the window left by one step, appends the step and returns the window's sum of squares;
+// the step's own sum goes into the newest slot of the channel's step powers.
+double SlideWindow(const s_ebu_r128 *s, ebu_r128_channel &ch, double *powers, uint32_t k, uint32_t slot) {
   const uint32_t w = s->windowSamples, n = s->stepSamples < w ? s->stepSamples : w;
-  const uint32_t head = s->windowPos;
-  const uint32_t first = n < w - head ? n : w - head;
-  std::memcpy(ch.window + head, ch.step, first * sizeof(float));
-  std::memcpy(ch.window, ch.step + first, (n - first) * sizeof(float));
-
-  const uint32_t k = StepsPerWindow(s);
-  if (k) ch.stepPowers[s->stepSlot] = SumOfSquares(ch.step, s->stepSamples);
-  // Oldest samples not covered by the whole steps: they start at the new ring head.
-  const uint32_t oldest = w ? (head + n) % w : 0;
-  const uint32_t rest = w - k * s->stepSamples;
-  const uint32_t restFirst = rest < w - oldest ? rest : w - oldest;
-  double sum = SumOfSquares(ch.window + oldest, restFirst) + SumOfSquares(ch.window, rest - restFirst);
-  for (uint32_t j = 1; j <= k; ++j) sum += ch.stepPowers[(s->stepSlot + j) % k];
+  std::memmove(ch.window, ch.window + n, (w - n) * sizeof(float));
+  std::memcpy(ch.window + (w - n), ch.step, n * sizeof(float));
+  if (k) powers[slot] = SumOfSquares(ch.step, s->stepSamples);
+  double sum = SumOfSquares(ch.window, w - k * s->stepSamples);
+  for (uint32_t j = 1; j <= k; ++j) sum += powers[(slot + j) % k];
   return sum;
-}
-
-void AdvanceRings(s_ebu_r128 *s) {
-  const uint32_t w = s->windowSamples, n = s->stepSamples < w ? s->stepSamples : w;
-  if (w) s->windowPos = (s->windowPos + n) % w;
-  if (const uint32_t k = StepsPerWindow(s)) s->stepSlot = (s->stepSlot + 1) % k;
 }
 
 double Divisor(uint32_t resolution) { return static_cast<double>((uint64_t{1} << (resolution - 1)) - 1); }
@@ -105,7 +105,6 @@ void ebu_r128_delete(s_ebu_r128 *s) {
     for (uint32_t c = 0; c < s->channels; ++c) {
       std::free(s->channel[c].window);
       std::free(s->channel[c].step);
-      std::free(s->channel[c].stepPowers);
     }
     std::free(s->channel);
   }
@@ -138,8 +137,6 @@ uint32_t ebu_r128_init(s_ebu_r128 *s, uint8_t check, uint8_t resolution, uint32_
   s->relativeGate = 8;
   s->windowSamples = static_cast<uint32_t>(uint64_t{s->windowMs} * rate / 1000);
   s->stepSamples = static_cast<uint32_t>(uint64_t{s->stepMs} * rate / 1000);
-  s->windowPos = 0;
-  s->stepSlot = 0;
   s->integrator = nullptr;
   s->integratorCount = 0;
   if (!SetupChannels(s) || !(s->integrator = Allocate<float>(1))) {
@@ -179,10 +176,12 @@ uint32_t ebu_r128_process_samples(s_ebu_r128 *s, const void *samples, size_t fra
 
 uint32_t ebu_r128_calculate_lkfs(s_ebu_r128 *s) {
   if (!s || !s->channel) return 1;
+  MeterState *state = State(s);
+  const uint32_t k = StepsPerWindow(s);
   double sum = 0.0;
   for (uint32_t c = 0; c < s->channels; ++c) {
     ebu_r128_channel &ch = s->channel[c];
-    const double windowSum = SlideWindow(s, ch);
+    const double windowSum = SlideWindow(s, ch, StepPowers(s, c), k, state->stepSlot);
     const float meanSquare = s->windowSamples ? static_cast<float>(windowSum / s->windowSamples) : 0.0f;
     const float p = meanSquare * ch.weight;
     if (p != 0.0f) {
@@ -190,13 +189,13 @@ uint32_t ebu_r128_calculate_lkfs(s_ebu_r128 *s) {
       sum += p;
     }
   }
-  AdvanceRings(s);
+  if (k) state->stepSlot = (state->stepSlot + 1) % k;
   if (sum != 0.0) s->currentLoudness = static_cast<float>(PowerToLoudness(sum));
   if (s->mode == 3 && s->currentLoudness > kAbsoluteGate) {
     void *grown = std::realloc(s->integrator, (s->integratorCount + 1) * sizeof(float));
     if (!grown) {
       std::fprintf(stderr, "can not alloc integrator mem\n");
-      return 0xFFFFFFFF;
+      return EBU_R128_NO_INTEGRATOR;
     }
     s->integrator = static_cast<float *>(grown);
     s->integrator[s->integratorCount++] = static_cast<float>(sum);
@@ -224,7 +223,8 @@ uint32_t ebu_r128_get_integrated_lufs(s_ebu_r128 *s) {
 
 uint32_t ebu_r128_process_and_calculate(s_ebu_r128 *s, uint32_t frames, const void *samples, uint32_t *result,
                                         uint32_t wideRange) {
-  if (!s || !ebu_r128_process_samples(s, samples, frames) || ebu_r128_calculate_lkfs(s) == 0xFFFFFFFF) return 0;
+  if (!s || !ebu_r128_process_samples(s, samples, frames)) return 0;
+  if (ebu_r128_calculate_lkfs(s) == EBU_R128_NO_INTEGRATOR) return 0;
   ebu_r128_get_integrated_lufs(s);
   const double lo = wideRange ? -59.0 : -41.0, hi = wideRange ? -5.0 : -14.0;
   double v = static_cast<double>(s->currentLoudness) - 0.29;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "frame/cpu.h"
+#include "frame/errors.h"
 #include "qc/layouts.h"
 #include "qc/analyze_avx2.h"
 
@@ -232,42 +233,44 @@ int32_t kvqcAudioAnalyzeTruePeak(const uint8_t *pcm, uint32_t frames, uint32_t c
 int32_t kvqcAudioAnalyzeLoudness(const uint8_t *pcm, uint32_t frames, uint32_t channels, uint32_t bitsPerSample,
                                  uint32_t sampleRate, const char *layoutName, uint32_t standard,
                                  kvaudqcLoudness *out) {
-  if (!ArgumentsOk(pcm, frames, channels, bitsPerSample, out)) return -1;
-  uint64_t mask = 0;
-  const kvaudqcLayout layout = LoudnessLayout(layoutName, channels, mask);
-  kvaudqcLoudness r{};
-  r.size = sizeof r;
-  r.channels = channels;
-  r.bitsPerSample = bitsPerSample;
-  r.sampleRate = sampleRate;
-  r.standard = standard;
-  r.layoutId = layout.id;
-  r.channelMask = mask;
+  if (!ArgumentsOk(pcm, frames, channels, bitsPerSample, out)) return KVQC_ERROR;
+  return kvaudio::NoThrow(KVQC_ERROR, [&] {
+    uint64_t mask = 0;
+    const kvaudqcLayout layout = LoudnessLayout(layoutName, channels, mask);
+    kvaudqcLoudness r{};
+    r.size = sizeof r;
+    r.channels = channels;
+    r.bitsPerSample = bitsPerSample;
+    r.sampleRate = sampleRate;
+    r.standard = standard;
+    r.layoutId = layout.id;
+    r.channelMask = mask;
 
-  const FramePower power(pcm, channels, bitsPerSample, layout, mask);
-  auto tail = [&](uint64_t n) { return LoudnessOfMean(power.Sum(frames - n, n), n); };
-  const uint64_t m = uint64_t{sampleRate} * 50 / 125;  // 400 ms
-  const uint64_t s = uint64_t{sampleRate} * 3;         // 3 s
-  const bool momentaryTail = m - 1 < frames;           // unsigned: false when m is 0
-  const bool shortTermTail = sampleRate != 0 && frames >= s;
-  r.momentary = momentaryTail ? tail(m) : tail(frames);
-  r.shortTerm = shortTermTail ? tail(s) : tail(frames);
+    const FramePower power(pcm, channels, bitsPerSample, layout, mask);
+    auto tail = [&](uint64_t n) { return LoudnessOfMean(power.Sum(frames - n, n), n); };
+    const uint64_t m = uint64_t{sampleRate} * 50 / 125;  // 400 ms
+    const uint64_t s = uint64_t{sampleRate} * 3;         // 3 s
+    const bool momentaryTail = m - 1 < frames;           // unsigned: false when m is 0
+    const bool shortTermTail = sampleRate != 0 && frames >= s;
+    r.momentary = momentaryTail ? tail(m) : tail(frames);
+    r.shortTerm = shortTermTail ? tail(s) : tail(frames);
 
-  // 400 ms blocks for buffers of at most 3 s, 3 s blocks for longer ones.
-  bool shortBlocks = m != 0 && m < frames;
-  if (shortTermTail && frames != s) shortBlocks = false;
-  const uint64_t block = shortBlocks ? m : (s != 0 ? s : frames);
-  std::vector<double> kept;
-  r.integrated = LoudnessOfMean(WholeAndBlocks(power, frames, block, kept), frames);
-  r.range = kept.size() >= 2 ? Percentile(kept, 0.95) - Percentile(kept, 0.10) : 0.0;
+    // 400 ms blocks for buffers of at most 3 s, 3 s blocks for longer ones.
+    bool shortBlocks = m != 0 && m < frames;
+    if (shortTermTail && frames != s) shortBlocks = false;
+    const uint64_t block = shortBlocks ? m : (s != 0 ? s : frames);
+    std::vector<double> kept;
+    r.integrated = LoudnessOfMean(WholeAndBlocks(power, frames, block, kept), frames);
+    r.range = kept.size() >= 2 ? Percentile(kept, 0.95) - Percentile(kept, 0.10) : 0.0;
 
-  kvaudqcTruePeak peak;
-  r.truePeak = kvqcAudioAnalyzeTruePeak(pcm, frames, channels, bitsPerSample, sampleRate, mask, &peak) == 0
-                   ? peak.maxPeakDb
-                   : kNoSignal;
-  r.violations = Violations(r);
-  *out = r;
-  return 0;
+    kvaudqcTruePeak peak;
+    r.truePeak = kvqcAudioAnalyzeTruePeak(pcm, frames, channels, bitsPerSample, sampleRate, mask, &peak) == 0
+                     ? peak.maxPeakDb
+                     : kNoSignal;
+    r.violations = Violations(r);
+    *out = r;
+    return KVQC_OK;
+  });
 }
 
 }  // extern "C"

@@ -1,6 +1,7 @@
 // QC engine set-up: configuration defaults, delivery-standard targets, open and close.
 #include <cstring>
 
+#include "frame/errors.h"
 #include "qc/engine.h"
 #include "qc/layouts.h"
 
@@ -122,7 +123,9 @@ using kvaudio::qc::AudioQcEngine;
 
 extern "C" {
 
-kvqcAudioEngine *kvqcAudioOpen(const kvaudqcConfig *config) { return new AudioQcEngine(config); }
+kvqcAudioEngine *kvqcAudioOpen(const kvaudqcConfig *config) {
+  return kvaudio::NoThrow<kvqcAudioEngine *>(nullptr, [&] { return new AudioQcEngine(config); });
+}
 
 int32_t kvqcAudioClose(kvqcAudioEngine *engine) {
   if (!engine) return -1;

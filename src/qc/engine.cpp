@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "frame/errors.h"
+
 namespace kvaudio::qc {
 namespace {
 
@@ -138,16 +140,20 @@ extern "C" {
 
 int32_t kvqcAudioFrame(kvqcAudioEngine *engine, const void *pcm, uint32_t frames, kvaudqcFrameAnalyze *out) {
   auto *e = static_cast<AudioQcEngine *>(engine);
-  if (!e || !pcm || frames == 0 || !e->Supported() || e->Finished()) return -1;
-  e->Frame(pcm, frames, out);
-  return 0;
+  if (!e || !pcm || frames == 0 || !e->Supported() || e->Finished()) return KVQC_ERROR;
+  return kvaudio::NoThrow(KVQC_ERROR, [&] {
+    e->Frame(pcm, frames, out);
+    return KVQC_OK;
+  });
 }
 
 int32_t kvqcAudioFinish(kvqcAudioEngine *engine, kvaudqcReport *report) {
   auto *e = static_cast<AudioQcEngine *>(engine);
-  if (!e || e->Finished()) return -1;
-  e->Finish(report);
-  return 0;
+  if (!e || e->Finished()) return KVQC_ERROR;
+  return kvaudio::NoThrow(KVQC_ERROR, [&] {
+    e->Finish(report);
+    return KVQC_OK;
+  });
 }
 
 int32_t kvqcAudioGetEventCount(const kvqcAudioEngine *engine, uint32_t *count) {
@@ -168,9 +174,11 @@ int32_t kvqcAudioGetEvents(const kvqcAudioEngine *engine, uint32_t first, uint32
 }
 
 int32_t kvqcAudioReset(kvqcAudioEngine *engine) {
-  if (!engine) return -1;
-  static_cast<AudioQcEngine *>(engine)->ClearAnalysis();
-  return 0;
+  if (!engine) return KVQC_ERROR;
+  return kvaudio::NoThrow(KVQC_ERROR, [&] {
+    static_cast<AudioQcEngine *>(engine)->ClearAnalysis();
+    return KVQC_OK;
+  });
 }
 
 }  // extern "C"

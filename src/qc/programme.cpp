@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "loudness/meter_state.h"
 #include "qc/analyze.h"
 
 namespace kvaudio::qc {
@@ -78,15 +79,16 @@ void ProgrammeLoudness::Feed(const void *pcm, uint64_t frames) {
 // Reads the newest 4 and all step powers of every measured channel; the newest step sits just
 // before stepSlot in each ring.
 void ProgrammeLoudness::TakeReading() {
-  const uint32_t k = meter_.windowSamples / meter_.stepSamples;
+  const uint32_t k = loudness::StepsPerWindow(&meter_);
+  const uint32_t slot = loudness::State(&meter_)->stepSlot;
   ++steps_;
   double momentary = 0.0, shortTerm = 0.0;
   for (uint32_t c = 0; c < channels_; ++c) {
     if (weights_[c] == 0.0) continue;
-    const double *ring = meter_.channel[c].stepPowers;
+    const double *ring = loudness::StepPowers(&meter_, c);
     double recent = 0.0, all = 0.0;
     for (uint32_t j = 1; j <= k; ++j) {
-      const double v = ring[(meter_.stepSlot + k - j) % k];
+      const double v = ring[(slot + k - j) % k];
       if (j <= kMomentarySteps) recent += v;
       all += v;
     }

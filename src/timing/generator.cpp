@@ -1,6 +1,7 @@
 // The generator's handle functions: open, set, restart, set-angle, buffer size, fill, close.
 #include <algorithm>
 #include <cmath>
+#include <new>
 
 #include "timing/generator_handle.h"
 
@@ -65,22 +66,22 @@ tagAUDGENHANDLE *audGenOpen(uint32_t flags, uint32_t frequency, uint32_t endFreq
                             uint32_t sweepSteps, uint32_t rightShape, uint32_t leftShape,
                             const WAVEFORMATEX *format, double rightAmplitude, double leftAmplitude,
                             double markerReference) {
-  auto *h = new tagAUDGENHANDLE{};
+  auto *h = new (std::nothrow) tagAUDGENHANDLE{};
+  if (!h) return nullptr;
   kvOSInitializeCriticalSection(&h->lock);
   // Stereo 44100 Hz 16-bit unless the caller gives a format.
   h->channels = 2;
   h->sampleRate = 44100;
   h->blockAlign = 4;
   h->bitsPerSample = 16;
-  try {
+  {
     HandleLock lock(h);
     Configure(h, {flags, frequency, endFrequency, sweepMs, sweepSteps, rightShape, leftShape, format,
                   rightAmplitude, leftAmplitude, markerReference});
-  } catch (...) {
-    FreeTables(h);
-    kvOSDeleteCriticalSection(&h->lock);
-    delete h;
-    throw;
+  }
+  if (!h->rightTable || !h->leftTable) {
+    audGenClose(h);
+    return nullptr;
   }
   return h;
 }

@@ -1,5 +1,6 @@
 // Waveform tables of the generator: one cycle of sine, triangle, sawtooth or square.
 #include <cmath>
+#include <new>
 
 #include "timing/generator_handle.h"
 
@@ -11,12 +12,15 @@ constexpr uint32_t kShapeTableLength = 32768;
 constexpr uint32_t kSpare = 16;  // entries past the cycle, never read
 
 // A zeroed table: entries no rule writes (the sine at rates not divisible by 4) read as 0.
-int16_t *NewTable(uint32_t length) { return new int16_t[size_t{length} + kSpare](); }
+// Null when memory runs out.
+int16_t *NewTable(uint32_t length) { return new (std::nothrow) int16_t[size_t{length} + kSpare](); }
 
-// A new table of n entries with t[0] = t[n/2] = 0, completed by fill(t, n); *length = n.
+// A new table of n entries with t[0] = t[n/2] = 0, completed by fill(t, n); *length = n, or 0
+// with a null table when memory runs out.
 template <typename Fill>
 int16_t *BuildTable(uint32_t n, uint32_t *length, Fill fill) {
   int16_t *t = NewTable(n);
+  if (!t) n = 0;
   if (n != 0) {
     t[0] = t[n / 2] = 0;
     fill(t, uint64_t{n});

@@ -1,25 +1,27 @@
 #!/usr/bin/env bash
-# Installs into a scratch prefix, then builds a C program with pkg-config and a CMake consumer.
+# Installs into a prefix other than the configured one, moves the tree, then builds the C meter
+# host (meter_layout.c) with pkg-config and as a CMake consumer against the moved tree.
 set -euo pipefail
 build=$1 here=$2 cc=$3
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
-cmake --install "$build" --prefix "$tmp/prefix" >/dev/null
+cmake --install "$build" --prefix "$tmp/installed" >/dev/null
+mv "$tmp/installed" "$tmp/prefix"
 libdir=$(ls -d "$tmp/prefix"/lib*/ | head -1)
 libdir=${libdir%/}
-# The .pc file carries the configured prefix; point pkg-config at the scratch one.
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
-flags=$(pkg-config --define-variable=prefix="$tmp/prefix" --define-variable=libdir="$libdir" \
-        --define-variable=includedir="$tmp/prefix/include" --cflags --libs kvaudio)
-"$cc" -std=c99 -Wall -Werror "$here/consumer.c" $flags -Wl,-rpath,"$libdir" -o "$tmp/consumer"
+[ "$(pkg-config --variable=includedir kvaudio)" -ef "$tmp/prefix/include" ]
+[ "$(pkg-config --variable=libdir kvaudio)" -ef "$libdir" ]
+flags=$(pkg-config --cflags --libs kvaudio)
+"$cc" -std=c99 -Wall -Werror "$here/meter_layout.c" $flags -lm -Wl,-rpath,"$libdir" -o "$tmp/consumer"
 "$tmp/consumer"
 mkdir "$tmp/cm"
 cat >"$tmp/cm/CMakeLists.txt" <<CM
 cmake_minimum_required(VERSION 3.25)
 project(consumer C)
 find_package(kvAudioUtil REQUIRED)
-add_executable(consumer $here/consumer.c)
-target_link_libraries(consumer kvAudioUtil::kvAudioUtil)
+add_executable(consumer $here/meter_layout.c)
+target_link_libraries(consumer kvAudioUtil::kvAudioUtil m)
 CM
 cmake -S "$tmp/cm" -B "$tmp/cm/build" -DCMAKE_PREFIX_PATH="$tmp/prefix" >/dev/null
 cmake --build "$tmp/cm/build" >/dev/null

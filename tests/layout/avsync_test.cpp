@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr uint32_t kOk = KVAUDIO_AVSYNC_OK, kBad = KVAUDIO_AVSYNC_BAD_ARGUMENT, kShort = KVAUDIO_AVSYNC_TOO_SHORT;
+
 using kvaudio::layout::AvSyncBurst;
 using kvaudio::layout::AvSyncChipLength;
 
@@ -67,12 +69,13 @@ TEST(AvSyncLength, PerRate) {
     uint32_t rate, code, length;
   };
   for (const Case &c :
-       {Case{48000, 0, 756}, {44100, 0, 693}, {16000, 0, 252}, {96000, 0, 1512}, {15999, 1, 0}, {0, 1, 0}}) {
+       {Case{48000, kOk, 756}, {44100, kOk, 693}, {16000, kOk, 252}, {96000, kOk, 1512}, {15999, kBad, 0},
+        {0, kBad, 0}}) {
     uint32_t length = 77;
     EXPECT_EQ(KVAudioAVSyncPulseGetLength(c.rate, &length), c.code) << c.rate;
     EXPECT_EQ(length, c.length) << c.rate;
   }
-  EXPECT_EQ(KVAudioAVSyncPulseGetLength(48000, nullptr), 1u);
+  EXPECT_EQ(KVAudioAVSyncPulseGetLength(48000, nullptr), kBad);
 }
 
 TEST(AvSyncBurst, ChipSignsAndEnvelope) {
@@ -142,9 +145,9 @@ TEST(AvSyncReturnCodes, GenerateAndDetect) {
     uint32_t frames, channels, bits, rate, offset, code;
   };
   const Case gen[] = {
-      {nullptr, 1000, 2, 16, 48000, 0, 1}, {b, 1000, 0, 16, 48000, 0, 1},   {b, 1000, 2, 24, 48000, 0, 1},
-      {b, 1000, 2, 16, 15999, 0, 1},       {b, 1000, 2, 16, 48000, 244, 0}, {b, 1000, 2, 16, 48000, 245, 3},
-      {b, 1000, 2, 16, 48000, 1000, 3},    {b, 755, 2, 16, 48000, 0, 3},    {b, 1000, 2, 16, 48000, 0xFFFFFFFF, 3},
+      {nullptr, 1000, 2, 16, 48000, 0, kBad},  {b, 1000, 0, 16, 48000, 0, kBad},   {b, 1000, 2, 24, 48000, 0, kBad},
+      {b, 1000, 2, 16, 15999, 0, kBad},       {b, 1000, 2, 16, 48000, 244, kOk},  {b, 1000, 2, 16, 48000, 245, kShort},
+      {b, 1000, 2, 16, 48000, 1000, kShort},  {b, 755, 2, 16, 48000, 0, kShort},  {b, 1000, 2, 16, 48000, ~0u, kShort},
   };
   for (const Case &c : gen)
     EXPECT_EQ(KVAudioAVSyncPulseGenerate(c.buffer, c.frames, c.channels, c.bits, c.rate, c.offset, 0), c.code)
@@ -153,18 +156,18 @@ TEST(AvSyncReturnCodes, GenerateAndDetect) {
   std::fill(buf.begin(), buf.end(), 0);
   ASSERT_EQ(KVAudioAVSyncPulseGenerate(b, 1000, 2, 16, 48000, 0, 0), 0u);
   const Case det[] = {
-      {nullptr, 1000, 2, 16, 48000, 0, 1}, {b, 1000, 0, 16, 48000, 0, 1}, {b, 1000, 2, 8, 48000, 0, 1},
-      {b, 1000, 2, 16, 8000, 0, 1},        {b, 755, 2, 16, 48000, 0, 3},  {b, 756, 2, 16, 48000, 0, 0},
+      {nullptr, 1000, 2, 16, 48000, 0, kBad}, {b, 1000, 0, 16, 48000, 0, kBad},   {b, 1000, 2, 8, 48000, 0, kBad},
+      {b, 1000, 2, 16, 8000, 0, kBad},        {b, 755, 2, 16, 48000, 0, kShort}, {b, 756, 2, 16, 48000, 0, kOk},
   };
   for (const Case &c : det) {
     uint32_t position = 5;
     double score = 5;
     EXPECT_EQ(KVAudioAVSyncPulseDetect(c.buffer, c.frames, c.channels, c.bits, c.rate, &position, &score, 0), c.code)
         << c.frames << " " << c.channels << " " << c.bits << " " << c.rate;
-    EXPECT_EQ(position, c.code == 0 ? 0u : kNone);
+    EXPECT_EQ(position, c.code == kOk ? 0u : kNone);
   }
   double score = 5;
-  EXPECT_EQ(KVAudioAVSyncPulseDetect(b, 1000, 2, 16, 48000, nullptr, &score, 0), 1u);
+  EXPECT_EQ(KVAudioAVSyncPulseDetect(b, 1000, 2, 16, 48000, nullptr, &score, 0), kBad);
   EXPECT_EQ(score, 0.0);
   uint32_t position = 0;
   EXPECT_EQ(KVAudioAVSyncPulseDetect(b, 1000, 2, 16, 48000, &position, nullptr, 0), 0u) << "score is optional";

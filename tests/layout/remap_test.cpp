@@ -68,7 +68,7 @@ TEST(Remap, RejectsAndReportsTooManyChannels) {
       testing::internal::CaptureStderr();
       const uint32_t r = form ? kForms[f].pairs(pairs, 33, 1, 4, map.data(), nullptr, nullptr)
                               : kForms[f].interleaved(buf.data(), 33, 1, 4, map.data(), nullptr, nullptr);
-      EXPECT_EQ(r, 0xFFFFFFFFu);
+      EXPECT_EQ(r, KVAUDIO_REMAP_TOO_MANY_CHANNELS);
       EXPECT_EQ(testing::internal::GetCapturedStderr(),
                 std::string("ERROR(audRemapping): ") + texts[f][form] + " too many channels \n");
     }

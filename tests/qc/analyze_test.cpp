@@ -45,8 +45,8 @@ TEST(QcAnalyze, RefusedArguments) {
     kvaudqcTruePeak p;
     std::memset(&l, 0x3C, sizeof l);
     std::memset(&p, 0x3C, sizeof p);
-    EXPECT_EQ(kvqcAudioAnalyzeLoudness(c.pcm, c.frames, c.channels, c.bits, 48000, "", 1, c.out ? &l : nullptr), -1);
-    EXPECT_EQ(kvqcAudioAnalyzeTruePeak(c.pcm, c.frames, c.channels, c.bits, 48000, 0, c.out ? &p : nullptr), -1);
+    EXPECT_EQ(kvqcAudioAnalyzeLoudness(c.pcm, c.frames, c.channels, c.bits, 48000, "", 1, c.out ? &l : nullptr), KVQC_ERROR);
+    EXPECT_EQ(kvqcAudioAnalyzeTruePeak(c.pcm, c.frames, c.channels, c.bits, 48000, 0, c.out ? &p : nullptr), KVQC_ERROR);
     EXPECT_EQ(l.size, 0x3C3C3C3Cu);
     EXPECT_EQ(p.size, 0x3C3C3C3Cu);
   }

@@ -176,7 +176,7 @@ TEST(QcStandards, Table) {
     EXPECT_EQ(t.momentaryMax, 0.0);
     EXPECT_EQ(t.shortTermMax, 0.0);
   }
-  EXPECT_EQ(kvqcAudioStandardDefaults(1, nullptr), -1);
+  EXPECT_EQ(kvqcAudioStandardDefaults(1, nullptr), KVQC_ERROR);
 }
 
 TEST(QcLayouts, EverySpelling) {
@@ -247,10 +247,10 @@ TEST(QcLayouts, UnknownNamesLeaveRecordUntouched) {
     kvaudqcLayout l;
     std::memset(&l, 0x77, sizeof l);
     const kvaudqcLayout before = l;
-    EXPECT_EQ(kvqcAudioLayoutFromName(name, &l), -1) << name;
+    EXPECT_EQ(kvqcAudioLayoutFromName(name, &l), KVQC_ERROR) << name;
     EXPECT_EQ(0, std::memcmp(&l, &before, sizeof l)) << name;
   }
-  EXPECT_EQ(kvqcAudioLayoutFromName("5.1", nullptr), -1);
+  EXPECT_EQ(kvqcAudioLayoutFromName("5.1", nullptr), KVQC_ERROR);
 }
 
 TEST(QcLayouts, ShortNamesRoundTrip) {

@@ -140,13 +140,13 @@ TEST(EngineRun, BadArgumentsAndSequence) {
       kvqcAudioGetEvents(nullptr, 0, 1, &ev, &n),          kvqcAudioGetEvents(e, 0, 1, nullptr, &n),
       kvqcAudioGetEvents(e, 0, 1, &ev, nullptr),           kvqcAudioReset(nullptr),
       kvqcAudioClose(nullptr)};
-  for (int32_t r : refused) EXPECT_EQ(r, -1);
+  for (int32_t r : refused) EXPECT_EQ(r, KVQC_ERROR);
 
   // 100 frames of digital silence: one programme-silence event, read from any start index.
   for (int i = 0; i < 100; ++i) ASSERT_EQ(kvqcAudioFrame(e, pcm.data(), kFrame, nullptr), 0);
   EXPECT_EQ(kvqcAudioFinish(e, nullptr), 0);
-  EXPECT_EQ(kvqcAudioFinish(e, nullptr), -1);                     // already finished
-  EXPECT_EQ(kvqcAudioFrame(e, pcm.data(), kFrame, nullptr), -1);  // until reset
+  EXPECT_EQ(kvqcAudioFinish(e, nullptr), KVQC_ERROR);                     // already finished
+  EXPECT_EQ(kvqcAudioFrame(e, pcm.data(), kFrame, nullptr), KVQC_ERROR);  // until reset
   const std::pair<uint32_t, uint32_t> reads[] = {{0, 0}, {5, 1}, {1, 1}, {0, 4}};  // (first, capacity)
   for (const auto &[first, capacity] : reads) {
     EXPECT_EQ(kvqcAudioGetEvents(e, first, capacity, capacity ? &ev : nullptr, &n), 0);
@@ -165,7 +165,7 @@ TEST(EngineRun, BadArgumentsAndSequence) {
     change(bad);
     kvqcAudioEngine *b = kvqcAudioOpen(&bad);
     kvaudqcReport report;
-    EXPECT_EQ(kvqcAudioFrame(b, pcm.data(), 1, nullptr), -1);
+    EXPECT_EQ(kvqcAudioFrame(b, pcm.data(), 1, nullptr), KVQC_ERROR);
     EXPECT_EQ(kvqcAudioFinish(b, &report), 0);
     EXPECT_EQ(report.frames, 0u);
     kvqcAudioClose(b);

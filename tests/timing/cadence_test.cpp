@@ -47,7 +47,7 @@ TEST(SamplesPerFrame, UnknownCodesStoreNothing) {
       const bool known = code == 23 || code == 24 || code == 25 || code == 29 || code == 30 || code == 50 ||
                          code == 59 || code == 60;
       uint32_t samples = 0xAB, bytes = 0xAB;
-      EXPECT_EQ(fn(0, code, 4, &samples, &bytes), known ? 0u : 0xFFFFFFFFu) << code;
+      EXPECT_EQ(fn(0, code, 4, &samples, &bytes), known ? 0u : KVAUDIO_CADENCE_UNKNOWN_RATE) << code;
       EXPECT_EQ(samples == 0xAB && bytes == 0xAB, !known) << code;
     }
   }

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr uint32_t kNull = 0xA80A2005, kUnsupported = 0xA80A8003;
+constexpr uint32_t kNull = KVAUDIO_ERR_NULL_ARGUMENT, kUnsupported = KVAUDIO_ERR_UNSUPPORTED;
 
 WAVEFORMATEX Record(uint16_t channels, uint32_t rate, uint16_t bits) { return {1, channels, rate, 0, 0, bits, 0}; }
 
@@ -43,7 +43,7 @@ TEST(GetFormatType, CodesAndErrors) {
 }
 
 // Every combination with a code: setting the code and reading it back gives the same code (only
-// 0xC0, which sets 32 bits, reads back as 0xD0), and together they reach every code of the table.
+// 0xC0, which sets 32 bits, reads back as 0xD0), and together they reach every named code.
 TEST(SetFormat, CodesRoundTripOverBothTables) {
   std::set<uint32_t> codes;
   for (uint32_t rate : {5563, 7418, 8000, 11025, 11127, 16000, 22050, 22254, 24000, 32000, 44100, 48000, 76800,
@@ -60,11 +60,22 @@ TEST(SetFormat, CodesRoundTripOverBothTables) {
         EXPECT_EQ(out.cbSize, 0);
         EXPECT_EQ(out.nChannels == 1, channels == 1) << std::hex << code;
         EXPECT_EQ(audGetFormatType(&out), code == 0xC0 ? 0xD0u : code) << std::hex << code;
-        codes.insert(code & 0x0FFFFFFF);
+        codes.insert(code);
       }
     }
   }
-  EXPECT_EQ(codes.size(), 48u);
+  const std::set<uint32_t> named = {AUDFMT_8000_MONO8, AUDFMT_8000_STEREO8, AUDFMT_8000_MONO16, AUDFMT_8000_STEREO16,
+      AUDFMT_11025_MONO8, AUDFMT_11025_STEREO8, AUDFMT_11025_MONO16, AUDFMT_11025_STEREO16, AUDFMT_16000_MONO8,
+      AUDFMT_16000_STEREO8, AUDFMT_16000_MONO16, AUDFMT_16000_STEREO16, AUDFMT_22050_MONO8, AUDFMT_22050_STEREO8,
+      AUDFMT_22050_MONO16, AUDFMT_22050_STEREO16, AUDFMT_24000_MONO16, AUDFMT_24000_STEREO16, AUDFMT_32000_MONO8,
+      AUDFMT_32000_STEREO8, AUDFMT_32000_MONO16, AUDFMT_32000_STEREO16, AUDFMT_44100_MONO8, AUDFMT_44100_STEREO8,
+      AUDFMT_44100_MONO16, AUDFMT_44100_MONO24, AUDFMT_44100_STEREO16, AUDFMT_44100_STEREO20, AUDFMT_44100_STEREO24,
+      AUDFMT_44100_STEREO32, AUDFMT_48000_MONO8, AUDFMT_48000_STEREO8, AUDFMT_48000_MONO16, AUDFMT_48000_MONO24,
+      AUDFMT_48000_STEREO16, AUDFMT_48000_STEREO20, AUDFMT_48000_STEREO24, AUDFMT_48000_STEREO32,
+      AUDFMT_76800_STEREO16, AUDFMT_76800_STEREO32, AUDFMT_88200_STEREO16, AUDFMT_88200_STEREO32,
+      AUDFMT_96000_MONO16, AUDFMT_96000_MONO24, AUDFMT_96000_STEREO16, AUDFMT_96000_STEREO20, AUDFMT_96000_STEREO24,
+      AUDFMT_96000_STEREO32};
+  EXPECT_EQ(codes, named);
 }
 
 TEST(SetFormat, DeliberateNonInversesAndFailures) {

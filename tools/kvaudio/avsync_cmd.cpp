@@ -45,8 +45,10 @@ int RunInsert(const InsertOptions &opt) {
   uint32_t rc = KVAudioAVSyncPulseGenerate(pcm.At(0), uint32_t(pcm.Frames()), pcm.channels, pcm.bits,
                                            info.rate, uint32_t(std::min<uint64_t>(offset, UINT32_MAX)),
                                            amplitude);
-  if (rc == 3) throw FileError(opt.in, "the burst does not fit at sample " + std::to_string(offset));
-  if (rc != 0) throw FileError(opt.in, "the burst cannot be inserted (code " + std::to_string(rc) + ")");
+  if (rc == KVAUDIO_AVSYNC_TOO_SHORT)
+    throw FileError(opt.in, "the burst does not fit at sample " + std::to_string(offset));
+  if (rc != KVAUDIO_AVSYNC_OK)
+    throw FileError(opt.in, "the burst cannot be inserted (code " + std::to_string(rc) + ")");
   AudioWriter writer(opt.out, info.rate, info.channels, std::max<uint32_t>(info.bits, 16));
   if (pcm.bits == 16)
     writer.Write(pcm.s16.data(), pcm.Frames());
@@ -104,7 +106,8 @@ int RunDetect(const DetectOptions &opt) {
 BurstResult DetectBurst(const Pcm &pcm, uint32_t rate, uint64_t from, uint64_t to, double threshold,
                         Progress *progress) {
   uint32_t length = 0;
-  if (KVAudioAVSyncPulseGetLength(rate, &length) != 0) throw ToolError("AV-sync needs at least 16000 Hz");
+  if (KVAudioAVSyncPulseGetLength(rate, &length) != KVAUDIO_AVSYNC_OK)
+    throw ToolError("AV-sync needs at least 16000 Hz");
   BurstResult best;
   const uint64_t block = uint64_t(kSearchBlockSeconds * rate);
   // Blocks overlap by the burst length less one, so every start position is scored once.
@@ -114,7 +117,7 @@ BurstResult DetectBurst(const Pcm &pcm, uint32_t rate, uint64_t from, uint64_t t
     double score = 0;
     uint32_t rc = KVAudioAVSyncPulseDetect(pcm.At(at), uint32_t(n), pcm.channels, pcm.bits, rate, &position,
                                            &score, threshold);
-    if (score > best.score) best = {rc == 0, at + (rc == 0 ? position : 0), score};
+    if (score > best.score) best = {rc == KVAUDIO_AVSYNC_OK, at + (rc == KVAUDIO_AVSYNC_OK ? position : 0), score};
     if (progress) progress->Update(pcm.Frames() + at + n - from);
   }
   return best;

@@ -21,7 +21,7 @@ namespace {
 class Meter {
  public:
   Meter(const Pcm &pcm, uint32_t rate, uint8_t mode, const kvaudqcLayout &layout) {
-    if (ebu_r128_init(&m_, 1, uint8_t(pcm.bits), rate, mode, uint8_t(pcm.channels)) != 1)
+    if (ebu_r128_init(&m_, 1, uint8_t(pcm.bits), rate, mode, uint8_t(pcm.channels)) != EBU_R128_OK)
       throw ToolError("the loudness meter cannot be set up for this file");
     // Layout weights are amplitude factors; the meter takes them as dB.
     if (layout.id != 0)
@@ -138,7 +138,7 @@ LoudnessResult MeasureLoudness(const Pcm &pcm, uint32_t rate, const kvaudqcLayou
   Sweep(shortTerm, pcm, rate, &r.shortTerm, progress);
   integratedThread.join();
   momentaryThread.join();
-  if (analysed != 0 || peaked != 0) throw ToolError("the loudness analysis refused the audio");
+  if (analysed != KVQC_OK || peaked != KVQC_OK) throw ToolError("the loudness analysis refused the audio");
 
   r.integrated = integrated.Integrated();
   r.momentaryLast = momentary.Current();

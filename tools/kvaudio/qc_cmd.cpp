@@ -119,7 +119,7 @@ QcResult RunQc(const QcSettings &s, PcmSource &source, uint64_t totalFrames, Pro
   for (uint64_t frame = 0;; ++frame) {
     size_t got = source.Read(buffer.data(), cutter.Samples(frame));
     if (got == 0) break;
-    if (kvqcAudioFrame(engine.get(), buffer.data(), uint32_t(got), analysis.get()) != 0)
+    if (kvqcAudioFrame(engine.get(), buffer.data(), uint32_t(got), analysis.get()) != KVQC_OK)
       throw ToolError("the QC engine refused frame " + std::to_string(frame));
     done += got;
     double t = double(done) / s.rate;
@@ -127,7 +127,7 @@ QcResult RunQc(const QcSettings &s, PcmSource &source, uint64_t totalFrames, Pro
     r.shortTerm.emplace_back(t, analysis->shortTerm);
     if (progress) progress->Update(std::min(done, totalFrames));
   }
-  if (kvqcAudioFinish(engine.get(), &r.report) != 0) throw ToolError("the QC engine cannot finish the run");
+  if (kvqcAudioFinish(engine.get(), &r.report) != KVQC_OK) throw ToolError("the QC engine cannot finish the run");
   uint32_t count = 0, copied = 0;
   kvqcAudioGetEventCount(engine.get(), &count);
   r.events.resize(count);

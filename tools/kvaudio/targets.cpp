@@ -9,7 +9,7 @@ namespace kvtool {
 
 kvaudqcLayout LayoutFor(const std::string &name, uint32_t channels, const std::string &path) {
   kvaudqcLayout layout{};
-  if (kvqcAudioLayoutFromName(name.empty() ? nullptr : name.c_str(), &layout) != 0)
+  if (kvqcAudioLayoutFromName(name.empty() ? nullptr : name.c_str(), &layout) != KVQC_OK)
     throw ToolError("unknown layout '" + name +
                     "' (use stereo1..stereo8, 5.1, 5.1-smpte, 5.1-protools, 5.1-aac, 5.1-dts, 7.1, "
                     "7.1-smpte, 7.1-protools, 7.1-ext, 7.1-dolby)");
@@ -21,7 +21,7 @@ kvaudqcLayout LayoutFor(const std::string &name, uint32_t channels, const std::s
 
 kvaudqcTargets TargetsFor(uint32_t standard) {
   kvaudqcTargets targets{};
-  if (kvqcAudioStandardDefaults(standard, &targets) != 0)
+  if (kvqcAudioStandardDefaults(standard, &targets) != KVQC_OK)
     throw ToolError("unknown standard " + std::to_string(standard) + " (use 0-7 or 100)");
   return targets;
 }
