@@ -195,9 +195,11 @@ TEST(R128Conformance, RejectsBadArgumentsAndCountsInvalidSamples) {
   kvAudioLoudness *m = kvAudioLoudnessOpen(48000, 2, KVAUDIO_LOUDNESS_ALL);
   const float bad[4] = {NAN, INFINITY, 0.5f, -INFINITY};
   EXPECT_EQ(kvAudioLoudnessAdd(m, bad, 5, 2), KVAUDIO_LOUDNESS_BAD_ARGUMENT);
+  EXPECT_EQ(kvAudioLoudnessAdd(m, nullptr, KVAUDIO_SAMPLES_S16, 1), KVAUDIO_LOUDNESS_BAD_ARGUMENT);
   EXPECT_EQ(kvAudioLoudnessAdd(m, bad, KVAUDIO_SAMPLES_F32, 2), KVAUDIO_LOUDNESS_OK);
   EXPECT_EQ(kvAudioLoudnessSetLayout(m, "9.1"), KVAUDIO_LOUDNESS_UNKNOWN_LAYOUT);
   EXPECT_EQ(kvAudioLoudnessSetChannelWeight(m, 2, 1.0), KVAUDIO_LOUDNESS_BAD_ARGUMENT);
+  EXPECT_EQ(kvAudioLoudnessSetChannelWeight(m, 1, NAN), KVAUDIO_LOUDNESS_BAD_ARGUMENT);
   kvAudioLoudnessReading r{};
   r.size = 95;
   EXPECT_EQ(kvAudioLoudnessRead(m, &r), KVAUDIO_LOUDNESS_BAD_ARGUMENT);
@@ -209,6 +211,8 @@ TEST(R128Conformance, RejectsBadArgumentsAndCountsInvalidSamples) {
   EXPECT_EQ(kvAudioLoudnessRead(m, &r), KVAUDIO_LOUDNESS_OK);
   EXPECT_EQ(r.frames + r.invalidSamples, 0u);
   kvAudioLoudnessClose(m);
+  kvAudioLoudnessReset(nullptr);
+  kvAudioLoudnessClose(nullptr);
 }
 
 }  // namespace
