@@ -23,7 +23,7 @@ void AudioQcEngine::Prepare() {
   if (!supported_) return;
   double weights[kMaxQcChannels];
   plan_ = MakePlan(c, weights);
-  loudness_.Configure(c.sampleRate, c.bitsPerSample, c.channels, weights, c.levelFloor);
+  loudness_.Configure(c.sampleRate, c.bitsPerSample, c.channels, weights);
   figures_.correlation.assign(plan_.pairs.size(), 0.0);
 }
 
@@ -33,7 +33,6 @@ void AudioQcEngine::ClearAnalysis() {
   positionA = positionB = 0;
   finished_ = false;
   for (ChannelCarry &carry : carry_) carry = ChannelCarry{};
-  truePeak_ = kNoSignal;
   loudness_.Reset();
 }
 
@@ -41,6 +40,7 @@ void AudioQcEngine::Measure(const void *pcm, uint32_t frames, FrameFigures &fig)
   fig.samples = frames;
   std::fill(std::begin(fig.rmsDb), std::end(fig.rmsDb), kNoSignal);
   std::fill(std::begin(fig.peakDb), std::end(fig.peakDb), kNoSignal);
+  std::fill(std::begin(fig.truePeakDb), std::end(fig.truePeakDb), kNoSignal);
   const double scale = plan_.scale;
   for (uint64_t m = plan_.checked; m; m &= m - 1) {
     const auto c = static_cast<uint32_t>(std::countr_zero(m));
@@ -48,7 +48,6 @@ void AudioQcEngine::Measure(const void *pcm, uint32_t frames, FrameFigures &fig)
         ScanChannel(pcm, frames, plan_.channels, c, plan_.wide, plan_.scan, carry_[c]);
     fig.rmsDb[c] = Decibels(s.sumSquares / frames * scale * scale, 10.0);
     fig.peakDb[c] = Decibels(static_cast<double>(s.maxAbs) * scale, 20.0);
-    truePeak_ = std::max(truePeak_, fig.peakDb[c]);
   }
   for (size_t i = 0; i < plan_.pairs.size(); ++i) {
     const auto [a, b] = plan_.pairs[i];
@@ -56,11 +55,22 @@ void AudioQcEngine::Measure(const void *pcm, uint32_t frames, FrameFigures &fig)
     fig.correlation[i] =
         energy > 0.0 ? PairProducts(pcm, frames, plan_.channels, a, b, plan_.wide) / std::sqrt(energy) : 0.0;
   }
+  double before[kMaxQcChannels];
+  for (uint64_t m = plan_.checked; m; m &= m - 1) {
+    const auto c = static_cast<uint32_t>(std::countr_zero(m));
+    before[c] = loudness_.ChannelTruePeak(c);
+  }
   loudness_.Feed(pcm, frames);
+  // The meter keeps each channel's highest true peak: a frame that raises it holds that peak;
+  // any other frame is judged on its sample peak, which its true peak is never below.
+  for (uint64_t m = plan_.checked; m; m &= m - 1) {
+    const auto c = static_cast<uint32_t>(std::countr_zero(m));
+    const double now = loudness_.ChannelTruePeak(c);
+    fig.truePeakDb[c] = now > before[c] ? now : fig.peakDb[c];
+  }
   fig.momentary = loudness_.Momentary();
   fig.shortTerm = loudness_.ShortTerm();
-  const bool rangeRule = (plan_.enabled >> (kLoudnessRange - 1)) & 1;
-  fig.runningRange = rangeRule && config_.limits[6] > 0.0 ? loudness_.RunningRange() : 0.0;
+  fig.runningRange = loudness_.Range();
 }
 
 void AudioQcEngine::Frame(const void *pcm, uint32_t frames, kvaudqcFrameAnalyze *out) {
@@ -119,7 +129,9 @@ void AudioQcEngine::Finish(kvaudqcReport *report) {
   r.samples = positionB;
   r.integrated = loudness_.Integrated();
   r.range = loudness_.Range();
-  r.truePeak = truePeak_;
+  r.truePeak = kNoSignal;
+  for (uint64_t m = plan_.checked; m; m &= m - 1)
+    r.truePeak = std::max(r.truePeak, loudness_.ChannelTruePeak(static_cast<uint32_t>(std::countr_zero(m))));
   r.maxMomentary = loudness_.MaxMomentary();
   r.maxShortTerm = loudness_.MaxShortTerm();
   for (uint32_t i = 0; i < kRuleCount; ++i) r.eventsPerRule[i] = trackers_[i].detect.eventCount;

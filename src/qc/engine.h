@@ -72,7 +72,6 @@ class AudioQcEngine : public kvqcAudioEngine {
   ChannelCarry carry_[kMaxQcChannels];
   ProgrammeLoudness loudness_;
   FrameFigures figures_;      // the latest frame's figures, kept to reuse their storage
-  double truePeak_ = -200.0;  // highest sample peak of the checked channels so far, dBFS
 };
 
 }  // namespace kvaudio::qc

@@ -76,11 +76,13 @@ AudioReader::AudioReader(const std::string &path) : path_(path) {
   // Compressed formats (FLAC and others) report their decoded width through the subtype too;
   // anything else is read at 32 bits.
   info_.bits = sub ? sub->bits : 32;
+  info_.floating = sub && (sub->code == SF_FORMAT_FLOAT || sub->code == SF_FORMAT_DOUBLE);
   info_.rate = uint32_t(sf.samplerate);
   info_.channels = uint32_t(sf.channels);
   info_.frames = sf.frames > 0 ? uint64_t(sf.frames) : 0;
   info_.format = MajorName(sf.format) + " " + (sub ? sub->name : "compressed");
-  // Floating point beyond full scale is clipped, not wrapped, when read as integers.
+  // Floating point read as integers is scaled to full scale, and clipped beyond it, not wrapped.
+  sf_command(file_, SFC_SET_SCALE_FLOAT_INT_READ, nullptr, SF_TRUE);
   sf_command(file_, SFC_SET_CLIPPING, nullptr, SF_TRUE);
   if (sf.channels <= 0 || sf.samplerate <= 0) {
     sf_close(file_);
@@ -131,6 +133,10 @@ size_t AudioReader::Read(int16_t *out, size_t frames) {
 
 size_t AudioReader::Read(int32_t *out, size_t frames) {
   return Account(sf_readf_int(file_, out, sf_count_t(frames)), frames);
+}
+
+size_t AudioReader::Read(float *out, size_t frames) {
+  return Account(sf_readf_float(file_, out, sf_count_t(frames)), frames);
 }
 
 const uint8_t *Pcm::At(uint64_t frame) const {
