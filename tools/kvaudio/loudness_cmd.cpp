@@ -22,6 +22,7 @@ namespace {
 // The compatibility analysis holds the whole file; beyond this many bytes of samples it is skipped.
 constexpr uint64_t kCompatAnalysisBytes = uint64_t{128} << 20;
 constexpr double kNone = KVAUDIO_LOUDNESS_NONE;
+constexpr size_t kBlockBytes = size_t{4} << 20;
 
 // An initialised ebu_r128 record, released on scope exit.
 class CompatMeter {
@@ -188,9 +189,10 @@ LoudnessResult MeasureLoudness(PcmSource &source, const LoudnessInput &in, const
   whole.bits = compatBits;
   whole.channels = in.channels;
 
-  // One second a block, fed in 100 ms steps: the step of both meters' readings.
-  const size_t step = std::max<uint32_t>(1, in.rate / 10), block = step * 10;
+  // Blocks of whole 100 ms steps (the step of both meters' readings), up to 10 s or about 4 MiB.
   const size_t periodBytes = in.channels * SampleBytes(in.format);
+  const size_t step = std::max<uint32_t>(1, in.rate / 10);
+  const size_t block = step * std::clamp<size_t>(kBlockBytes / (step * periodBytes), 1, 100);
   std::vector<uint8_t> buffer(block * periodBytes);
   std::vector<int32_t> converted(in.format == KVAUDIO_SAMPLES_F32 ? block * in.channels : 0);
   const size_t compatPeriod = in.channels * (compatBits / 8);
