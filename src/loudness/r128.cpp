@@ -14,7 +14,7 @@
 namespace kvaudio::r128 {
 namespace {
 
-constexpr size_t kChunk = 1024;  // periods decoded at a time; a multiple of kTpBlock
+constexpr size_t kChunk = 1024;  // periods decoded at a time
 constexpr int kMomentarySteps = 4;
 constexpr int kShortTermSteps = 30;
 constexpr double kOffset = -0.691;
@@ -22,7 +22,6 @@ constexpr double kAbsoluteGate = -70.0;
 constexpr double kBinWidth = 0.01;   // LU per histogram bin
 constexpr int kBins = 10000;         // -70 .. +30 LUFS; louder blocks fall in the last bin
 constexpr float kTpClamp = 1e30f;    // keeps every interpolator sum finite
-constexpr double kRefineReach = 1.0824;  // 1/cos(pi/8): most a parabola can add between 4x points
 constexpr double kMaxWeight = 10.0;
 
 double Loudness(double energy) {
@@ -127,7 +126,7 @@ class Meter {
   void Reset() {
     std::memset(&ks_, 0, sizeof ks_);
     std::fill(tp_.begin(), tp_.end(), 0.0f);
-    std::fill(truePeak_, truePeak_ + kMaxChannels, 0.0);
+    std::fill(truePeak_, truePeak_ + kMaxChannels, 0.0f);
     std::fill(samplePeak_, samplePeak_ + kMaxChannels, 0.0);
     if (flags_ & KVAUDIO_LOUDNESS_INTEGRATED) blocks_.Clear();
     if (flags_ & KVAUDIO_LOUDNESS_RANGE) shortTerms_.Clear();
@@ -178,7 +177,7 @@ class Meter {
     for (uint32_t c = 0; c < KVAUDIO_LOUDNESS_MAX_CHANNELS; ++c) {
       const bool on = c < nch_;
       r.channelTruePeak[c] =
-          on && (flags_ & KVAUDIO_LOUDNESS_TRUE_PEAK) ? Decibels(truePeak_[c]) : KVAUDIO_LOUDNESS_NONE;
+          on && (flags_ & KVAUDIO_LOUDNESS_TRUE_PEAK) ? Decibels(TruePeakNow(c)) : KVAUDIO_LOUDNESS_NONE;
       r.channelSamplePeak[c] =
           on && (flags_ & KVAUDIO_LOUDNESS_SAMPLE_PEAK) ? Decibels(samplePeak_[c]) : KVAUDIO_LOUDNESS_NONE;
       r.truePeak = std::max(r.truePeak, r.channelTruePeak[c]);
@@ -216,35 +215,17 @@ class Meter {
       float *x = buf + kTpTaps;
       for (size_t t = 0; t < count; ++t)
         x[t] = static_cast<float>(std::clamp(x_[t * nch_ + c], -double{kTpClamp}, double{kTpClamp}));
-      double peak = truePeak_[c];
-      const size_t whole = count / kTpBlock * kTpBlock;
-      for (size_t b = 0; b < whole; b += kTpBlock) {
-        const double m = TruePeakBlock(tpCoef_, x + b, kTpBlock);
-        if (m * kRefineReach > peak) peak = Refine(x, b, kTpBlock, std::max(peak, m));
-      }
-      // A partial block runs through the scalar refinement alone.
-      if (whole < count) peak = Refine(x, whole, count - whole, peak);
-      truePeak_[c] = peak;
+      truePeak_[c] = r128::TruePeak(tpCoef_, x, count, truePeak_[c]);
       std::memmove(buf, x + count - kTpTaps, kTpTaps * sizeof(float));
     }
   }
 
-  // Raises `peak` by the samples [b, b + len) with a parabola through each local maximum of the
-  // oversampled signal and its two neighbours.
-  double Refine(const float *x, size_t b, size_t len, double peak) const {
-    auto at = [&](ptrdiff_t j) { return static_cast<double>(Interpolate(tpCoef_, x, j >> 2, static_cast<int>(j & 3))); };
-    for (ptrdiff_t j = static_cast<ptrdiff_t>(4 * b); j < static_cast<ptrdiff_t>(4 * (b + len)); ++j) {
-      const double v = at(j);
-      const double a = std::fabs(v);
-      peak = std::max(peak, a);
-      if (a * kRefineReach <= peak) continue;
-      const double s = v < 0 ? -1.0 : 1.0;
-      const double l = s * at(j - 1), r = s * at(j + 1);
-      const double den = l - 2.0 * a + r;
-      if (l > a || r > a || !(den < 0.0)) continue;
-      const double offset = 0.5 * (l - r) / den;
-      peak = std::max(peak, a - 0.25 * (l - r) * offset);
-    }
+  // True peak of channel c. The points of its last kTpDelay samples wait for the audio after them;
+  // until it comes, those samples count by their own values.
+  float TruePeakNow(uint32_t c) const {
+    const float *last = tp_.data() + c * (kTpTaps + kChunk) + kTpTaps - kTpDelay;
+    float peak = truePeak_[c];
+    for (int i = 0; i < kTpDelay; ++i) peak = std::max(peak, std::fabs(last[i]));
     return peak;
   }
 
@@ -293,7 +274,8 @@ class Meter {
   double ring_[kShortTermSteps];
   uint64_t ringLen_[kShortTermSteps];
   double momentary_, shortTerm_, momentaryMax_, shortTermMax_;  // energies; -1 before the first
-  double truePeak_[kMaxChannels], samplePeak_[kMaxChannels];
+  float truePeak_[kMaxChannels];
+  double samplePeak_[kMaxChannels];
 };
 
 int32_t Read24(const uint8_t *p) {

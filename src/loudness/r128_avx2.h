@@ -12,8 +12,8 @@ namespace kvaudio::r128 {
 // `periods` periods of x (nch interleaved). Returns m, the channels done.
 uint32_t KFilterAvx2(const KCoefs &k, KState &s, uint32_t nch, const double *x, size_t periods);
 
-// Block peak of samples 0 .. d-1, eight samples per vector, d the whole vectors of n; raises
-// *peak to the highest |value| seen. Returns d.
-size_t TruePeakBlockAvx2(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t n, float *peak);
+// TruePeak over samples 0 .. d-1, eight samples per vector, d the whole vectors of n; raises
+// *peak to the highest value seen. Returns d.
+size_t TruePeakAvx2(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t n, float *peak);
 
 }  // namespace kvaudio::r128

@@ -2,6 +2,7 @@
 // and their dispatch to the AVX2 kernels.
 #include "loudness/r128_dsp.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "frame/cpu.h"
@@ -68,19 +69,22 @@ void DesignTruePeak(float coef[kTpPhases - 1][kTpTaps]) {
   }
 }
 
+// One biquad stage in direct form II, ordered so the recurrence through s1 is one multiply and
+// one subtraction long; the AVX2 kernel repeats these operations in this order, one channel a lane.
+inline double Biquad(double in, double b0, double b1, double b2, double a1, double a2, double &s1, double &s2) {
+  const double w = (in - a2 * s2) - a1 * s1;
+  const double out = (b0 * w + b1 * s1) + b2 * s2;
+  s2 = s1;
+  s1 = w;
+  return out;
+}
+
 void KFilterPlain(const KCoefs &k, KState &s, uint32_t from, uint32_t nch, const double *x, size_t periods) {
   for (uint32_t c = from; c < nch; ++c) {
     double p1 = s.p1[c], p2 = s.p2[c], r1 = s.r1[c], r2 = s.r2[c], acc = s.acc[c];
     for (size_t t = 0; t < periods; ++t) {
-      // Direct form II; the AVX2 kernel repeats these operations in this order, one channel a lane.
-      const double w = (x[t * nch + c] - k.pa1 * p1) - k.pa2 * p2;
-      const double y = (k.pb0 * w + k.pb1 * p1) + k.pb2 * p2;
-      p2 = p1;
-      p1 = w;
-      const double v = (y - k.ra1 * r1) - k.ra2 * r2;
-      const double z = (v - 2.0 * r1) + r2;
-      r2 = r1;
-      r1 = v;
+      const double y = Biquad(x[t * nch + c], k.pb0, k.pb1, k.pb2, k.pa1, k.pa2, p1, p2);
+      const double z = Biquad(y, 1.0, -2.0, 1.0, k.ra1, k.ra2, r1, r2);
       acc = acc + z * z;
     }
     s.p1[c] = p1, s.p2[c] = p2, s.r1[c] = r1, s.r2[c] = r2, s.acc[c] = acc;
@@ -93,29 +97,42 @@ void KFilter(const KCoefs &k, KState &s, uint32_t nch, const double *x, size_t p
   KFilterPlain(k, s, done, nch, x, periods);
 }
 
-float Interpolate(const float coef[kTpPhases - 1][kTpTaps], const float *x, ptrdiff_t i, int p) {
-  if (p == 0) return x[i - kTpTaps / 2];
-  const float *h = coef[p - 1];
+namespace {
+
+float Interpolate(const float *h, const float *x, ptrdiff_t i) {
   float acc = 0.0f;
   for (int k = 0; k < kTpTaps; ++k) acc = acc + h[k] * x[i - k];
   return acc;
 }
 
-float TruePeakBlockPlain(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t from, size_t n,
-                         float peak) {
-  for (size_t i = from; i < n; ++i)
-    for (int p = 0; p < kTpPhases; ++p) {
-      const float v = std::fabs(Interpolate(coef, x, static_cast<ptrdiff_t>(i), p));
-      if (v > peak) peak = v;
-    }
+// |v|, or the parabola's vertex through (l, v, r) when v is a strict local extremum.
+float Extremum(float l, float v, float r) {
+  if (!((v - l) * (v - r) > 0.0f)) return std::fabs(v);
+  const float d = l - r;
+  const float den = (l - v) + (r - v);
+  return std::fabs(v - (d * d) / (den * 8.0f));
+}
+
+}  // namespace
+
+float TruePeakPlain(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t from, size_t n, float peak) {
+  float last = Interpolate(coef[2], x, static_cast<ptrdiff_t>(from) - 1);  // phase 3 of the sample before
+  for (ptrdiff_t i = static_cast<ptrdiff_t>(from); i < static_cast<ptrdiff_t>(n); ++i) {
+    const float y0 = x[i - kTpDelay], y1 = Interpolate(coef[0], x, i), y2 = Interpolate(coef[1], x, i),
+                y3 = Interpolate(coef[2], x, i), next = x[i + 1 - kTpDelay];
+    peak = std::max(peak, Extremum(last, y0, y1));
+    peak = std::max(peak, Extremum(y0, y1, y2));
+    peak = std::max(peak, Extremum(y1, y2, y3));
+    peak = std::max(peak, Extremum(y2, y3, next));
+    last = y3;
+  }
   return peak;
 }
 
-float TruePeakBlock(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t n) {
+float TruePeak(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t n, float peak) {
   size_t done = 0;
-  float peak = 0.0f;
-  if (KVAudioCPUHasAVX2()) done = TruePeakBlockAvx2(coef, x, n, &peak);
-  return TruePeakBlockPlain(coef, x, done, n, peak);
+  if (KVAudioCPUHasAVX2()) done = TruePeakAvx2(coef, x, n, &peak);
+  return TruePeakPlain(coef, x, done, n, peak);
 }
 
 }  // namespace kvaudio::r128

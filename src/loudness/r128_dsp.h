@@ -10,7 +10,7 @@ namespace kvaudio::r128 {
 constexpr uint32_t kMaxChannels = 64;
 constexpr int kTpPhases = 4;  // oversampling factor of the true-peak interpolator, every rate
 constexpr int kTpTaps = 16;   // taps per phase
-constexpr int kTpBlock = 32;  // samples per interpolated block; a multiple of 8
+constexpr int kTpDelay = kTpTaps / 2;
 
 // Coefficients of the two K-weighting stages (pre-filter shelf, RLB high-pass) at one rate.
 struct KCoefs {
@@ -38,13 +38,11 @@ void DesignTruePeak(float coef[kTpPhases - 1][kTpTaps]);
 void KFilter(const KCoefs &k, KState &s, uint32_t nch, const double *x, size_t periods);
 void KFilterPlain(const KCoefs &k, KState &s, uint32_t from, uint32_t nch, const double *x, size_t periods);
 
-// Highest |value| of the oversampled signal at samples x[0 .. n-1], n a multiple of kTpBlock.
-// x[-kTpTaps .. -1] hold the preceding samples. The output of sample i, phase p, is the value
-// at time i - kTpTaps/2 + p/kTpPhases; phase 0 is x[i - kTpTaps/2].
-float TruePeakBlock(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t n);
-float TruePeakBlockPlain(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t from, size_t n,
-                         float peak);
-// The oversampled value of sample i, phase p (p in 0 .. kTpPhases-1), computed as the block loops do.
-float Interpolate(const float coef[kTpPhases - 1][kTpTaps], const float *x, ptrdiff_t i, int p);
+// Highest |value| of the oversampled signal at the points of samples x[0 .. n-1], given `peak`.
+// x[-kTpTaps .. -1] hold the preceding samples. Sample i, phase p, gives the value at time
+// i - kTpDelay + p/kTpPhases (phase 0 is x[i - kTpDelay]). A point that is a local extremum of
+// the oversampled signal counts as the vertex of the parabola through it and its two neighbours.
+float TruePeak(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t n, float peak);
+float TruePeakPlain(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t from, size_t n, float peak);
 
 }  // namespace kvaudio::r128
