@@ -196,8 +196,8 @@ TEST_F(Cli, LoudnessStandardReadings) {
     EXPECT_EQ(r["channelTruePeak"].size(), 2u) << c.file;
     EXPECT_EQ(r["violations"].empty(), c.code == 0) << c.file;
   }
-  // The QC report reads the same meter.
-  Result qc = Kvaudio("qc s23.wav --standard ebu-r128 --json");
+  // The QC report reads the same meter, from float files too.
+  Result qc = Kvaudio("qc f23.wav --standard ebu-r128 --json");
   EXPECT_NEAR(qc.json()["report"]["integrated"].get<double>(), -23.0, 0.1) << qc.out;
   EXPECT_TRUE(qc.json()["report"]["violations"].empty()) << qc.out;
 }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -81,9 +82,6 @@ AudioReader::AudioReader(const std::string &path) : path_(path) {
   info_.channels = uint32_t(sf.channels);
   info_.frames = sf.frames > 0 ? uint64_t(sf.frames) : 0;
   info_.format = MajorName(sf.format) + " " + (sub ? sub->name : "compressed");
-  // Floating point read as integers is scaled to full scale, and clipped beyond it, not wrapped.
-  sf_command(file_, SFC_SET_SCALE_FLOAT_INT_READ, nullptr, SF_TRUE);
-  sf_command(file_, SFC_SET_CLIPPING, nullptr, SF_TRUE);
   if (sf.channels <= 0 || sf.samplerate <= 0) {
     sf_close(file_);
     file_ = nullptr;
@@ -132,11 +130,23 @@ size_t AudioReader::Read(int16_t *out, size_t frames) {
 }
 
 size_t AudioReader::Read(int32_t *out, size_t frames) {
-  return Account(sf_readf_int(file_, out, sf_count_t(frames)), frames);
+  if (!info_.floating) return Account(sf_readf_int(file_, out, sf_count_t(frames)), frames);
+  // libsndfile's own float to integer conversion reads unnormalised files as silence.
+  floats_.resize(frames * info_.channels);
+  const size_t got = Read(floats_.data(), frames);
+  FloatToInt32(floats_.data(), got * info_.channels, out);
+  return got;
 }
 
 size_t AudioReader::Read(float *out, size_t frames) {
   return Account(sf_readf_float(file_, out, sf_count_t(frames)), frames);
+}
+
+void FloatToInt32(const float *in, size_t count, int32_t *out) {
+  for (size_t i = 0; i < count; ++i) {
+    const double v = double(in[i]) * 2147483648.0;
+    out[i] = std::isnan(v) ? 0 : v >= 2147483647.0 ? INT32_MAX : v <= -2147483648.0 ? INT32_MIN : int32_t(v);
+  }
 }
 
 const uint8_t *Pcm::At(uint64_t frame) const {

@@ -48,7 +48,11 @@ class AudioReader {
   SNDFILE *file_ = nullptr;
   AudioInfo info_;
   uint64_t read_ = 0;
+  std::vector<float> floats_;  // a block of a floating-point file read as integers
 };
+
+// Float samples (full scale 1.0) as left-justified 32-bit integers: clipped at full scale, NaN 0.
+void FloatToInt32(const float *in, size_t count, int32_t *out);
 
 // Interleaved signed samples held in memory: 16-bit, or 32-bit left-justified for wider sources.
 struct Pcm {

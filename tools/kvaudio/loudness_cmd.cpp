@@ -65,15 +65,6 @@ using MeterHandle = std::unique_ptr<kvAudioLoudness, void (*)(kvAudioLoudness *)
 
 size_t SampleBytes(uint32_t format) { return format == KVAUDIO_SAMPLES_S16 ? 2 : 4; }
 
-// Float samples as left-justified 32-bit integers for the compatibility meters: clipped at full
-// scale, NaN as 0.
-void FloatToInt32(const float *in, size_t count, int32_t *out) {
-  for (size_t i = 0; i < count; ++i) {
-    double v = double(in[i]) * 2147483648.0;
-    out[i] = std::isnan(v) ? 0 : v >= 2147483647.0 ? INT32_MAX : v <= -2147483648.0 ? INT32_MIN : int32_t(v);
-  }
-}
-
 // Violation bits (as kvaudqcLoudness::violations) of the standard readings against `t`.
 uint32_t Violations(const kvAudioLoudnessReading &m, const kvaudqcTargets &t) {
   if (!t.standard) return 0;
