@@ -179,6 +179,8 @@ LoudnessResult MeasureLoudness(PcmSource &source, const LoudnessInput &in, const
                                               : "the file's samples exceed 128 MiB; the analysis holds the whole file";
   whole.bits = compatBits;
   whole.channels = in.channels;
+  if (analyse && compatBits == 16) whole.s16.reserve(in.frames * in.channels);
+  if (analyse && compatBits == 32) whole.s32.reserve(in.frames * in.channels);
 
   // Blocks of whole 100 ms steps (the step of both meters' readings), up to 10 s or about 4 MiB.
   const size_t periodBytes = in.channels * SampleBytes(in.format);
