@@ -59,7 +59,7 @@ struct FrameFigures {
   ChannelStats stats[kMaxQcChannels];   // checked channels only
   double rmsDb[kMaxQcChannels];         // -200.0 for silent or unchecked channels
   double peakDb[kMaxQcChannels];       // sample peak
-  double truePeakDb[kMaxQcChannels];   // true peak when the frame raised the channel's highest, else peakDb
+  double truePeakDb[kMaxQcChannels];   // true peak (FrameTruePeaks)
   std::vector<double> correlation;      // per plan pair: sum xy / sqrt(sum xx * sum yy), 0 if silent
   double momentary = -200.0, shortTerm = -200.0, runningRange = 0.0;
 };

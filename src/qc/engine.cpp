@@ -24,6 +24,7 @@ void AudioQcEngine::Prepare() {
   double weights[kMaxQcChannels];
   plan_ = MakePlan(c, weights);
   loudness_.Configure(c.sampleRate, c.bitsPerSample, c.channels, weights);
+  truePeaks_.Configure(c.channels, plan_.checked, plan_.wide);
   figures_.correlation.assign(plan_.pairs.size(), 0.0);
 }
 
@@ -34,6 +35,7 @@ void AudioQcEngine::ClearAnalysis() {
   finished_ = false;
   for (ChannelCarry &carry : carry_) carry = ChannelCarry{};
   loudness_.Reset();
+  truePeaks_.Reset();
 }
 
 void AudioQcEngine::Measure(const void *pcm, uint32_t frames, FrameFigures &fig) {
@@ -55,19 +57,8 @@ void AudioQcEngine::Measure(const void *pcm, uint32_t frames, FrameFigures &fig)
     fig.correlation[i] =
         energy > 0.0 ? PairProducts(pcm, frames, plan_.channels, a, b, plan_.wide) / std::sqrt(energy) : 0.0;
   }
-  double before[kMaxQcChannels];
-  for (uint64_t m = plan_.checked; m; m &= m - 1) {
-    const auto c = static_cast<uint32_t>(std::countr_zero(m));
-    before[c] = loudness_.ChannelTruePeak(c);
-  }
+  truePeaks_.Feed(pcm, frames, fig.truePeakDb);
   loudness_.Feed(pcm, frames);
-  // The meter keeps each channel's highest true peak: a frame that raises it holds that peak;
-  // any other frame is judged on its sample peak, which its true peak is never below.
-  for (uint64_t m = plan_.checked; m; m &= m - 1) {
-    const auto c = static_cast<uint32_t>(std::countr_zero(m));
-    const double now = loudness_.ChannelTruePeak(c);
-    fig.truePeakDb[c] = now > before[c] ? now : fig.peakDb[c];
-  }
   fig.momentary = loudness_.Momentary();
   fig.shortTerm = loudness_.ShortTerm();
   fig.runningRange = loudness_.Range();
@@ -129,9 +120,7 @@ void AudioQcEngine::Finish(kvaudqcReport *report) {
   r.samples = positionB;
   r.integrated = loudness_.Integrated();
   r.range = loudness_.Range();
-  r.truePeak = kNoSignal;
-  for (uint64_t m = plan_.checked; m; m &= m - 1)
-    r.truePeak = std::max(r.truePeak, loudness_.ChannelTruePeak(static_cast<uint32_t>(std::countr_zero(m))));
+  r.truePeak = truePeaks_.Highest();
   r.maxMomentary = loudness_.MaxMomentary();
   r.maxShortTerm = loudness_.MaxShortTerm();
   for (uint32_t i = 0; i < kRuleCount; ++i) r.eventsPerRule[i] = trackers_[i].detect.eventCount;

@@ -71,6 +71,7 @@ class AudioQcEngine : public kvqcAudioEngine {
   QcPlan plan_;
   ChannelCarry carry_[kMaxQcChannels];
   ProgrammeLoudness loudness_;
+  FrameTruePeaks truePeaks_;
   FrameFigures figures_;      // the latest frame's figures, kept to reuse their storage
 };
 

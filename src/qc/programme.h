@@ -1,10 +1,12 @@
 // Programme loudness and true peak of the QC engine, measured by the BS.1770-4 / R128 meter of
-// kvaudio/r128.h.
+// kvaudio/r128.h and its true-peak interpolator.
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "kvaudio/r128.h"
+#include "loudness/r128_dsp.h"
 
 namespace kvaudio::qc {
 
@@ -32,8 +34,6 @@ class ProgrammeLoudness {
   double Integrated() const { return reading_.integrated; }
   // Loudness range (EBU Tech 3342) so far, LU; 0.0 until two short-term values pass the gates.
   double Range() const { return reading_.loudnessRange; }
-  // True peak of channel c so far (BS.1770-4 oversampled), dBTP; -200.0 silent or not measured.
-  double ChannelTruePeak(uint32_t c) const { return c < channels_ ? reading_.channelTruePeak[c] : -200.0; }
 
  private:
   void Clear();
@@ -42,6 +42,32 @@ class ProgrammeLoudness {
   uint32_t rate_ = 0, bits_ = 0, channels_ = 0;
   double weights_[KVAUDIO_LOUDNESS_MAX_CHANNELS] = {};
   kvAudioLoudnessReading reading_{};
+};
+
+// True peak of each checked channel per frame, through the interpolator of the standard meter.
+// The points around a sample need the r128::kTpDelay samples after it: a frame holds the points
+// from kTpDelay periods before its start to kTpDelay before its end, and its last kTpDelay samples
+// by their own values.
+class FrameTruePeaks {
+ public:
+  // 16- or 32-bit interleaved samples of `channels` channels; only the channels of `mask` are measured.
+  void Configure(uint32_t channels, uint64_t mask, bool wide);
+  // Forgets the history and the maximum.
+  void Reset();
+  // Measures one frame; peakDb[c] receives the frame's true peak of each measured channel (dBTP,
+  // -200.0 when zero) and is left alone for the others.
+  void Feed(const void *pcm, uint32_t frames, double *peakDb);
+  // Highest true peak of the measured channels so far, dBTP (-200.0 silent); the last samples,
+  // whose points wait for more audio, count by their own values.
+  double Highest() const;
+
+ private:
+  float coef_[r128::kTpPhases - 1][r128::kTpTaps] = {};
+  uint32_t channels_ = 0;
+  uint64_t mask_ = 0;
+  bool wide_ = false;
+  std::vector<float> buffer_;  // per channel: kTpTaps samples of history, then a chunk
+  float highest_ = 0.0f;
 };
 
 }  // namespace kvaudio::qc
