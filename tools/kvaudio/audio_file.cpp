@@ -106,13 +106,16 @@ AudioReader::~AudioReader() {
   if (file_) sf_close(file_);
 }
 
-void AudioReader::Require(uint32_t maxChannels, uint32_t minRate) const {
+void AudioReader::Require(uint32_t maxChannels, uint32_t minRate, uint32_t maxRate) const {
   if (info_.channels > maxChannels)
     throw FileError(path_, "unsupported: " + std::to_string(info_.channels) + " channels (at most " +
                                std::to_string(maxChannels) + ")");
   if (info_.rate < minRate)
     throw FileError(path_, "unsupported: " + std::to_string(info_.rate) + " Hz (at least " +
                                std::to_string(minRate) + " Hz)");
+  if (info_.rate > maxRate)
+    throw FileError(path_, "unsupported: " + std::to_string(info_.rate) + " Hz (at most " +
+                               std::to_string(maxRate) + " Hz)");
 }
 
 size_t AudioReader::Account(sf_count_t got, size_t asked) {

@@ -38,8 +38,8 @@ class AudioReader {
   size_t Read(int16_t *out, size_t frames);
   size_t Read(int32_t *out, size_t frames);
   size_t Read(float *out, size_t frames);
-  // Refuses files with more channels or a lower rate than a command supports.
-  void Require(uint32_t maxChannels, uint32_t minRate) const;
+  // Refuses files with more channels, or a rate outside the range, that a command supports.
+  void Require(uint32_t maxChannels, uint32_t minRate, uint32_t maxRate = UINT32_MAX) const;
 
  private:
   size_t Account(sf_count_t got, size_t asked);

@@ -109,7 +109,7 @@ int RunLoudness(const LoudnessOptions &opt) {
   for (const std::string &path : opt.files) {
     try {
       AudioReader reader(path);
-      reader.Require(KVAUDIO_LOUDNESS_MAX_CHANNELS, 8000);
+      reader.Require(KVAUDIO_LOUDNESS_MAX_CHANNELS, 8000, 192000);
       const AudioInfo &info = reader.info();
       kvaudqcLayout layout = LayoutFor(opt.layout, info.channels, path);
       LoudnessInput input;
