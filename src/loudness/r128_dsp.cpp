@@ -105,6 +105,17 @@ float Interpolate(const float *h, const float *x, ptrdiff_t i) {
   return acc;
 }
 
+// Interpolate for samples i .. i+3 and phases 1 .. 3: four independent sums side by side, each in
+// tap order, which the compiler may keep in SSE lanes without changing any of them.
+void Interpolate4(const float coef[kTpPhases - 1][kTpTaps], const float *x, ptrdiff_t i, float y[kTpPhases - 1][4]) {
+  for (int p = 0; p < kTpPhases - 1; ++p) {
+    float acc[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    for (int k = 0; k < kTpTaps; ++k)
+      for (int j = 0; j < 4; ++j) acc[j] = acc[j] + coef[p][k] * x[i + j - k];
+    for (int j = 0; j < 4; ++j) y[p][j] = acc[j];
+  }
+}
+
 // |v|, or the parabola's vertex through (l, v, r) when v is a strict local extremum.
 float Extremum(float l, float v, float r) {
   if (!((v - l) * (v - r) > 0.0f)) return std::fabs(v);
@@ -117,14 +128,22 @@ float Extremum(float l, float v, float r) {
 
 float TruePeakPlain(const float coef[kTpPhases - 1][kTpTaps], const float *x, size_t from, size_t n, float peak) {
   float last = Interpolate(coef[2], x, static_cast<ptrdiff_t>(from) - 1);  // phase 3 of the sample before
-  for (ptrdiff_t i = static_cast<ptrdiff_t>(from); i < static_cast<ptrdiff_t>(n); ++i) {
-    const float y0 = x[i - kTpDelay], y1 = Interpolate(coef[0], x, i), y2 = Interpolate(coef[1], x, i),
-                y3 = Interpolate(coef[2], x, i), next = x[i + 1 - kTpDelay];
-    peak = std::max(peak, Extremum(last, y0, y1));
-    peak = std::max(peak, Extremum(y0, y1, y2));
-    peak = std::max(peak, Extremum(y1, y2, y3));
-    peak = std::max(peak, Extremum(y2, y3, next));
-    last = y3;
+  for (ptrdiff_t i = static_cast<ptrdiff_t>(from); i < static_cast<ptrdiff_t>(n); i += 4) {
+    const int m = static_cast<ptrdiff_t>(n) - i < 4 ? static_cast<int>(static_cast<ptrdiff_t>(n) - i) : 4;
+    float y[kTpPhases - 1][4];
+    if (m == 4)
+      Interpolate4(coef, x, i, y);
+    else
+      for (int p = 0; p < kTpPhases - 1; ++p)
+        for (int j = 0; j < m; ++j) y[p][j] = Interpolate(coef[p], x, i + j);
+    for (int j = 0; j < m; ++j) {
+      const float y0 = x[i + j - kTpDelay], next = x[i + j + 1 - kTpDelay];
+      peak = std::max(peak, Extremum(last, y0, y[0][j]));
+      peak = std::max(peak, Extremum(y0, y[0][j], y[1][j]));
+      peak = std::max(peak, Extremum(y[0][j], y[1][j], y[2][j]));
+      peak = std::max(peak, Extremum(y[1][j], y[2][j], next));
+      last = y[2][j];
+    }
   }
   return peak;
 }
