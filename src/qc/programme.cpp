@@ -68,20 +68,25 @@ void FrameTruePeaks::Reset() {
 }
 
 void FrameTruePeaks::Feed(const void *pcm, uint32_t frames, double *peakDb) {
-  const size_t stride = r128::kTpTaps + kTpChunk;
+  const size_t stride = r128::kTpTaps + kTpChunk, bytes = wide_ ? 4 : 2;
   for (uint64_t m = mask_; m; m &= m - 1) {
     const auto c = static_cast<uint32_t>(std::countr_zero(m));
     float *history = buffer_.data() + c * stride, *x = history + r128::kTpTaps;
     float peak = 0.0f;
     for (uint32_t at = 0; at < frames; at += kTpChunk) {
       const size_t n = std::min<size_t>(kTpChunk, frames - at);
-      // Samples scaled to full scale 1.0 exactly as the meter scales them.
-      if (wide_) {
-        const int32_t *in = static_cast<const int32_t *>(pcm) + static_cast<size_t>(at) * channels_ + c;
-        for (size_t t = 0; t < n; ++t) x[t] = static_cast<float>(in[t * channels_] / 2147483648.0);
-      } else {
-        const int16_t *in = static_cast<const int16_t *>(pcm) + static_cast<size_t>(at) * channels_ + c;
-        for (size_t t = 0; t < n; ++t) x[t] = static_cast<float>(in[t * channels_] / 32768.0);
+      // Samples scaled to full scale 1.0 exactly as the meter scales them; the buffer may be unaligned.
+      const uint8_t *in = static_cast<const uint8_t *>(pcm) + (static_cast<size_t>(at) * channels_ + c) * bytes;
+      for (size_t t = 0; t < n; ++t, in += channels_ * bytes) {
+        if (wide_) {
+          int32_t v;
+          std::memcpy(&v, in, sizeof v);
+          x[t] = static_cast<float>(v / 2147483648.0);
+        } else {
+          int16_t v;
+          std::memcpy(&v, in, sizeof v);
+          x[t] = static_cast<float>(v / 32768.0);
+        }
       }
       peak = r128::TruePeak(coef_, x, n, peak);
       std::memmove(history, x + n - r128::kTpTaps, r128::kTpTaps * sizeof(float));
