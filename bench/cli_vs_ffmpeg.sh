@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Times `kvaudio loudness` and `kvaudio qc` against `ffmpeg -af ebur128` on the same 1-hour
-# 48 kHz stereo WAV, in one run. Installs ffmpeg (as root) only when it is missing.
+# Times `kvaudio loudness` and `kvaudio qc` against `ffmpeg -af ebur128=peak=true` (the same
+# readings: integrated, range, true peak) and plain `ebur128` on the same 1-hour 48 kHz stereo WAV,
+# in one run. Installs ffmpeg (as root) only when it is missing.
 # Usage: bench/cli_vs_ffmpeg.sh [BUILD_DIR] [SECONDS]   (defaults: build, 3600)
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -32,10 +33,16 @@ timed() {
   done
   awk -v l="$label" -v t="$best" -v d="$seconds" \
     'BEGIN { split(t, x); printf "%-30s %7.2f s wall %7.0fx real time, %6.2f s CPU\n", l, x[1], d / x[1], x[2] + x[3] }'
+  wall=${best%% *}
 }
 
 echo "$(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //')"
 echo "input: ${seconds} s, 48000 Hz, 2 channels, 16-bit WAV ($(du -h "$wav" | cut -f1))"
 timed "kvaudio loudness" "$kvaudio" loudness "$wav"
+loudness_wall=$wall
 timed "kvaudio qc --fps 25" "$kvaudio" qc "$wav" --fps 25
-timed "ffmpeg -af ebur128 -f null -" ffmpeg -nostdin -hide_banner -i "$wav" -af ebur128 -f null -
+timed "ffmpeg -af ebur128=peak=true" ffmpeg -nostdin -hide_banner -i "$wav" -af ebur128=peak=true -f null -
+ffmpeg_wall=$wall
+timed "ffmpeg -af ebur128" ffmpeg -nostdin -hide_banner -i "$wav" -af ebur128 -f null -
+awk -v a="$ffmpeg_wall" -v b="$loudness_wall" 'BEGIN { printf "kvaudio loudness is %.1fx faster than ffmpeg -af ebur128=peak=true (wall)\n", a / b }'
+echo "load average after the runs: $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -205,12 +205,12 @@ RuleFrame LoudnessRange(const Context &x) {
   return v.f;
 }
 
-// Peak rules: channels whose sample peak is above `limit` dBFS (no rule when limit is 0.0).
-RuleFrame PeakAbove(const Context &x, double limit) {
+// Peak rules: channels whose peak in `peakDb` is above `limit` (no rule when limit is 0.0).
+RuleFrame PeakAbove(const Context &x, const double *peakDb, double limit) {
   Verdict v(limit);
   if (limit == 0.0) return v.f;
   x.EachChecked([&](uint32_t c) {
-    if (x.fig.peakDb[c] > limit) v.Hold(Bit(c), x.fig.peakDb[c] - limit, x.fig.peakDb[c]);
+    if (peakDb[c] > limit) v.Hold(Bit(c), peakDb[c] - limit, peakDb[c]);
   });
   return v.f;
 }
@@ -302,7 +302,7 @@ void CheckRules(const kvaudqcConfig &config, const QcPlan &plan, const FrameFigu
   frames[kClipping - 1] = Clipping(x);
   frames[kPhaseInversion - 1] = PhaseInversion(x);
   frames[kLoudnessTarget - 1] = LoudnessTarget(x);
-  frames[kTruePeak - 1] = PeakAbove(x, lim[3]);
+  frames[kTruePeak - 1] = PeakAbove(x, fig.truePeakDb, lim[3]);
   frames[kMomentaryMax - 1] = LoudnessAbove(x, fig.momentary, fig.shortTerm, lim[7], momentary);
   frames[kShortTermMax - 1] = LoudnessAbove(x, fig.shortTerm, fig.momentary, lim[8], shortTerm);
   frames[kClick - 1] = Jumps(x, lim[11], 1, true);
@@ -312,7 +312,7 @@ void CheckRules(const kvaudqcConfig &config, const QcPlan &plan, const FrameFigu
   frames[kDropout - 1] = Dropout(x);
   frames[kDualMono - 1] = DualMono(x);
   frames[kLowLevel - 1] = LowLevel(x);
-  frames[kNearClip - 1] = PeakAbove(x, lim[15]);
+  frames[kNearClip - 1] = PeakAbove(x, fig.peakDb, lim[15]);
   frames[kMissingChannel - 1] = MissingChannel(x);
   frames[kLoudnessRange - 1] = LoudnessRange(x);
 }

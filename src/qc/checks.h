@@ -58,7 +58,8 @@ struct FrameFigures {
   uint64_t samples = 0;
   ChannelStats stats[kMaxQcChannels];   // checked channels only
   double rmsDb[kMaxQcChannels];         // -200.0 for silent or unchecked channels
-  double peakDb[kMaxQcChannels];
+  double peakDb[kMaxQcChannels];       // sample peak
+  double truePeakDb[kMaxQcChannels];   // true peak (FrameTruePeaks)
   std::vector<double> correlation;      // per plan pair: sum xy / sqrt(sum xx * sum yy), 0 if silent
   double momentary = -200.0, shortTerm = -200.0, runningRange = 0.0;
 };

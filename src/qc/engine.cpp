@@ -25,7 +25,8 @@ void AudioQcEngine::Prepare() {
   if (!supported_) return;
   double weights[kMaxQcChannels];
   plan_ = MakePlan(c, weights);
-  loudness_.Configure(c.sampleRate, c.bitsPerSample, c.channels, weights, c.levelFloor);
+  loudness_.Configure(c.sampleRate, c.bitsPerSample, c.channels, weights);
+  truePeaks_.Configure(c.channels, plan_.checked, plan_.wide);
   figures_.correlation.assign(plan_.pairs.size(), 0.0);
 }
 
@@ -35,14 +36,15 @@ void AudioQcEngine::ClearAnalysis() {
   positionA = positionB = 0;
   finished_ = false;
   for (ChannelCarry &carry : carry_) carry = ChannelCarry{};
-  truePeak_ = kNoSignal;
   loudness_.Reset();
+  truePeaks_.Reset();
 }
 
 void AudioQcEngine::Measure(const void *pcm, uint32_t frames, FrameFigures &fig) {
   fig.samples = frames;
   std::fill(std::begin(fig.rmsDb), std::end(fig.rmsDb), kNoSignal);
   std::fill(std::begin(fig.peakDb), std::end(fig.peakDb), kNoSignal);
+  std::fill(std::begin(fig.truePeakDb), std::end(fig.truePeakDb), kNoSignal);
   const double scale = plan_.scale;
   for (uint64_t m = plan_.checked; m; m &= m - 1) {
     const auto c = static_cast<uint32_t>(std::countr_zero(m));
@@ -50,7 +52,6 @@ void AudioQcEngine::Measure(const void *pcm, uint32_t frames, FrameFigures &fig)
         ScanChannel(pcm, frames, plan_.channels, c, plan_.wide, plan_.scan, carry_[c]);
     fig.rmsDb[c] = Decibels(s.sumSquares / frames * scale * scale, 10.0);
     fig.peakDb[c] = Decibels(static_cast<double>(s.maxAbs) * scale, 20.0);
-    truePeak_ = std::max(truePeak_, fig.peakDb[c]);
   }
   for (size_t i = 0; i < plan_.pairs.size(); ++i) {
     const auto [a, b] = plan_.pairs[i];
@@ -58,11 +59,11 @@ void AudioQcEngine::Measure(const void *pcm, uint32_t frames, FrameFigures &fig)
     fig.correlation[i] =
         energy > 0.0 ? PairProducts(pcm, frames, plan_.channels, a, b, plan_.wide) / std::sqrt(energy) : 0.0;
   }
+  truePeaks_.Feed(pcm, frames, fig.truePeakDb);
   loudness_.Feed(pcm, frames);
   fig.momentary = loudness_.Momentary();
   fig.shortTerm = loudness_.ShortTerm();
-  const bool rangeRule = (plan_.enabled >> (kLoudnessRange - 1)) & 1;
-  fig.runningRange = rangeRule && config_.limits[6] > 0.0 ? loudness_.RunningRange() : 0.0;
+  fig.runningRange = loudness_.Range();
 }
 
 void AudioQcEngine::Frame(const void *pcm, uint32_t frames, kvaudqcFrameAnalyze *out) {
@@ -121,7 +122,7 @@ void AudioQcEngine::Finish(kvaudqcReport *report) {
   r.samples = positionB;
   r.integrated = loudness_.Integrated();
   r.range = loudness_.Range();
-  r.truePeak = truePeak_;
+  r.truePeak = truePeaks_.Highest();
   r.maxMomentary = loudness_.MaxMomentary();
   r.maxShortTerm = loudness_.MaxShortTerm();
   for (uint32_t i = 0; i < kRuleCount; ++i) r.eventsPerRule[i] = trackers_[i].detect.eventCount;

@@ -71,8 +71,8 @@ class AudioQcEngine : public kvqcAudioEngine {
   QcPlan plan_;
   ChannelCarry carry_[kMaxQcChannels];
   ProgrammeLoudness loudness_;
+  FrameTruePeaks truePeaks_;
   FrameFigures figures_;      // the latest frame's figures, kept to reuse their storage
-  double truePeak_ = -200.0;  // highest sample peak of the checked channels so far, dBFS
 };
 
 }  // namespace kvaudio::qc

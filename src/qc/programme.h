@@ -1,11 +1,12 @@
-// Programme loudness of the QC engine: momentary, short-term, integrated and loudness range on
-// the K-weighted step powers of an R128 meter.
+// Programme loudness and true peak of the QC engine, measured by the BS.1770-4 / R128 meter of
+// kvaudio/r128.h and its true-peak interpolator.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
-#include "kvaudio/loudness.h"
+#include "kvaudio/r128.h"
+#include "loudness/r128_dsp.h"
 
 namespace kvaudio::qc {
 
@@ -16,44 +17,57 @@ class ProgrammeLoudness {
   ProgrammeLoudness &operator=(const ProgrammeLoudness &) = delete;
   ~ProgrammeLoudness();
 
-  // Measures interleaved channels through a short-term meter (100 ms steps); powerWeights[c] is
-  // the BS.1770 power weight of channel c (0: not measured), `gate` the absolute gate in LUFS.
-  // The meter is set up by Reset.
-  void Configure(uint32_t rate, uint32_t bits, uint32_t channels, const double *powerWeights, double gate);
-  // Sets up a fresh meter and clears every reading; without a configuration, or when the meter
-  // cannot be set up, nothing is measured.
+  // Measures interleaved 16- or 32-bit channels; powerWeights[c] is the BS.1770 power weight of
+  // channel c (0: not in the loudness). The meter is set up by Reset.
+  void Configure(uint32_t rate, uint32_t bits, uint32_t channels, const double *powerWeights);
+  // Sets up a fresh meter and clears every reading; without a configuration, or at a rate the
+  // meter does not take (above 192 kHz), nothing is measured and every reading stays empty.
   void Reset();
-  // K-weights `frames` periods and takes a reading at every 100 ms step that closes.
+  // Measures `frames` periods and takes the readings after them.
   void Feed(const void *pcm, uint64_t frames);
 
-  double Momentary() const { return momentary_; }    // last 400 ms, LUFS; -200.0 before 400 ms
-  double ShortTerm() const { return shortTerm_; }    // last 3 s, LUFS; -200.0 before 3 s
-  double MaxMomentary() const { return maxMomentary_; }
-  double MaxShortTerm() const { return maxShortTerm_; }
-  // Gated integrated loudness (BS.1770-4: 400 ms blocks every 100 ms, absolute gate, relative
-  // gate -10 LU); -200.0 when no block passes.
-  double Integrated() const;
-  // Loudness range (EBU Tech 3342: short-term values every 100 ms, absolute gate, relative gate
-  // -20 LU, 95th minus 10th percentile); 0.0 with fewer than two values.
-  double Range() const;
-  // The same range so far from a 0.1 LU histogram, cheap enough for every frame.
-  double RunningRange() const;
+  double Momentary() const { return reading_.momentary; }  // last 400 ms, LUFS; -200.0 before 400 ms
+  double ShortTerm() const { return reading_.shortTerm; }  // last 3 s, LUFS; -200.0 before 3 s
+  double MaxMomentary() const { return reading_.momentaryMax; }
+  double MaxShortTerm() const { return reading_.shortTermMax; }
+  // Gated integrated loudness (-70 LUFS absolute, -10 LU relative gate); -200.0 when none.
+  double Integrated() const { return reading_.integrated; }
+  // Loudness range (EBU Tech 3342) so far, LU; 0.0 until two short-term values pass the gates.
+  double Range() const { return reading_.loudnessRange; }
 
  private:
-  void TakeReading();
   void Clear();
 
-  s_ebu_r128 meter_{};
-  bool ready_ = false;
+  kvAudioLoudness *meter_ = nullptr;
   uint32_t rate_ = 0, bits_ = 0, channels_ = 0;
-  double weights_[64] = {};
-  double gate_ = -70.0;
-  uint64_t steps_ = 0;
-  double momentary_ = -200.0, shortTerm_ = -200.0, maxMomentary_ = -200.0, maxShortTerm_ = -200.0;
-  std::vector<double> blockPowers_;     // momentary powers above the absolute gate
-  std::vector<double> shortTermLufs_;   // short-term values above the absolute gate
-  double shortTermPowerSum_ = 0.0;      // their powers, for the relative gate
-  std::vector<uint32_t> histogram_;     // short-term values above the absolute gate, 0.1 LU bins
+  double weights_[KVAUDIO_LOUDNESS_MAX_CHANNELS] = {};
+  kvAudioLoudnessReading reading_{};
+};
+
+// True peak of each checked channel per frame, through the interpolator of the standard meter.
+// The points around a sample need the r128::kTpDelay samples after it: a frame holds the points
+// from kTpDelay periods before its start to kTpDelay before its end, and its last kTpDelay samples
+// by their own values.
+class FrameTruePeaks {
+ public:
+  // 16- or 32-bit interleaved samples of `channels` channels; only the channels of `mask` are measured.
+  void Configure(uint32_t channels, uint64_t mask, bool wide);
+  // Forgets the history and the maximum.
+  void Reset();
+  // Measures one frame; peakDb[c] receives the frame's true peak of each measured channel (dBTP,
+  // -200.0 when zero) and is left alone for the others.
+  void Feed(const void *pcm, uint32_t frames, double *peakDb);
+  // Highest true peak of the measured channels so far, dBTP (-200.0 silent); the last samples,
+  // whose points wait for more audio, count by their own values.
+  double Highest() const;
+
+ private:
+  float coef_[r128::kTpPhases - 1][r128::kTpTaps] = {};
+  uint32_t channels_ = 0;
+  uint64_t mask_ = 0;
+  bool wide_ = false;
+  std::vector<float> buffer_;  // per channel: kTpTaps samples of history, then a chunk
+  float highest_ = 0.0f;
 };
 
 }  // namespace kvaudio::qc

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -65,13 +66,15 @@ class Cli : public ::testing::Test {
   static void Write(const std::string &name, const std::vector<char> &bytes) {
     std::ofstream(Path(name), std::ios::binary).write(bytes.data(), std::streamsize(bytes.size()));
   }
-  // A 16-bit PCM WAV file of interleaved samples.
-  static void WriteWav(const std::string &name, uint32_t rate, uint16_t channels, const std::vector<int16_t> &pcm) {
+  // A WAV file of interleaved 16-bit PCM (format tag 1) or 32-bit float (tag 3) samples.
+  template <typename T>
+  static void WriteWav(const std::string &name, uint32_t rate, uint16_t channels, const std::vector<T> &pcm) {
     auto u32 = [](uint32_t v) { return std::string{char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; };
     auto u16 = [](uint16_t v) { return std::string{char(v), char(v >> 8)}; };
-    uint32_t bytes = uint32_t(pcm.size() * 2);
-    std::string header = "RIFF" + u32(36 + bytes) + "WAVEfmt " + u32(16) + u16(1) + u16(channels) + u32(rate) +
-                         u32(rate * channels * 2) + u16(uint16_t(channels * 2)) + u16(16) + "data" + u32(bytes);
+    const uint16_t size = sizeof(T), tag = std::is_floating_point_v<T> ? 3 : 1;
+    uint32_t bytes = uint32_t(pcm.size() * size);
+    std::string header = "RIFF" + u32(36 + bytes) + "WAVEfmt " + u32(16) + u16(tag) + u16(channels) + u32(rate) +
+                         u32(rate * channels * size) + u16(uint16_t(channels * size)) + u16(8 * size) + "data" + u32(bytes);
     std::vector<char> file(header.begin(), header.end());
     const char *data = reinterpret_cast<const char *>(pcm.data());
     file.insert(file.end(), data, data + bytes);
@@ -125,9 +128,10 @@ TEST_F(Cli, GenThenLoudnessAgreesAcrossFormats) {
     ASSERT_EQ(run.code, 0) << file << run.err;
     Json r = run.json()["files"][0];
     // A -20 dBFS sine: RMS -23.01 per channel, two channels; K-weighting adds 0.69 dB at 1 kHz.
-    EXPECT_NEAR(r["meter"]["momentary"]["max"].get<double>(), -20.0, 0.05) << file;
-    EXPECT_NEAR(r["analysis"]["integrated"].get<double>(), -20.69, 0.02) << file;
-    EXPECT_NEAR(r["analysis"]["truePeak"].get<double>(), -20.0, 0.01) << file;
+    EXPECT_NEAR(r["integrated"].get<double>(), -20.0, 0.05) << file;
+    EXPECT_NEAR(r["compat"]["meter"]["momentary"]["max"].get<double>(), -20.0, 0.05) << file;
+    EXPECT_NEAR(r["compat"]["analysis"]["integrated"].get<double>(), -20.69, 0.02) << file;
+    EXPECT_NEAR(r["compat"]["analysis"]["truePeak"].get<double>(), -20.0, 0.01) << file;
     EXPECT_NEAR(r["duration"].get<double>(), 12.0, 1e-9) << file;
   }
 }
@@ -142,7 +146,60 @@ TEST_F(Cli, LoudnessStandardDecidesTheExitCode) {
   EXPECT_EQ(loud.code, 1);
   Json v = loud.json()["files"][1]["violations"];
   EXPECT_NE(std::find(v.begin(), v.end(), "integrated-above-target"), v.end()) << v;
-  EXPECT_NE(std::find(v.begin(), v.end(), "meter-integrated-above-target"), v.end()) << v;
+}
+
+// The standard readings (BS.1770-4 / R128) of tones whose values are known in closed form; float
+// files are measured in float, beyond full scale too; --standard takes names.
+TEST_F(Cli, LoudnessStandardReadings) {
+  // 20 s stereo tones of peak `amplitude` (full scale 1) at `freq` Hz, phase `phase` rad.
+  auto tone = [](double amplitude, double freq, double phase) {
+    std::vector<double> v(20 * 48000 * 2);
+    for (size_t i = 0; i < v.size(); ++i) v[i] = amplitude * std::sin(2 * M_PI * freq * double(i / 2) / 48000 + phase);
+    return v;
+  };
+  auto s16 = [](const std::vector<double> &v) {
+    std::vector<int16_t> out(v.size());
+    for (size_t i = 0; i < v.size(); ++i) out[i] = int16_t(std::lround(v[i] * 32768));
+    return out;
+  };
+  struct Case {
+    const char *file, *args;
+    std::vector<double> signal;
+    bool floating;
+    double integrated, truePeak, samplePeak;  // NAN: not checked
+    int code;
+  };
+  const double db23 = std::pow(10.0, -23.0 / 20);
+  const Case cases[] = {
+      // 1 kHz sine at -23 dBFS: -23.0 LUFS; EBU R128 passes.
+      {"s23.wav", "--standard ebu-r128", tone(db23, 1000, 0), false, -23.0, -23.0, -23.0, 0},
+      {"f23.wav", "--standard 1", tone(db23, 1000, 0), true, -23.0, -23.0, -23.0, 0},
+      // +3 dBFS float: measured as it is, above the target and the true-peak maximum.
+      {"f3.wav", "--standard ebu-r128", tone(std::sqrt(2.0), 1000, 0), true, 3.0, 3.0, 3.0, 1},
+      // 12 kHz at half scale, sampled at 45 degrees: samples at -9.03 dBFS, true peak -6.02 dBTP.
+      {"tp.wav", "--standard atsc-a85", tone(0.5, 12000, M_PI / 4), false, NAN, -6.02, -9.03, 1},
+  };
+  for (const Case &c : cases) {
+    if (c.floating)
+      WriteWav(c.file, 48000, 2, std::vector<float>(c.signal.begin(), c.signal.end()));
+    else
+      WriteWav(c.file, 48000, 2, s16(c.signal));
+    Result run = Kvaudio(std::string("loudness ") + c.file + " --json " + c.args);
+    ASSERT_EQ(run.code, c.code) << c.file << run.err;
+    Json r = run.json()["files"][0];
+    if (!std::isnan(c.integrated)) {
+      EXPECT_NEAR(r["integrated"].get<double>(), c.integrated, 0.1) << c.file;
+    }
+    EXPECT_NEAR(r["truePeak"].get<double>(), c.truePeak, 0.2) << c.file;
+    EXPECT_NEAR(r["samplePeak"].get<double>(), c.samplePeak, 0.01) << c.file;
+    EXPECT_NEAR(r["shortTermMax"].get<double>(), r["momentaryMax"].get<double>(), 0.1) << c.file;
+    EXPECT_EQ(r["channelTruePeak"].size(), 2u) << c.file;
+    EXPECT_EQ(r["violations"].empty(), c.code == 0) << c.file;
+  }
+  // The QC report reads the same meter, from float files too.
+  Result qc = Kvaudio("qc f23.wav --standard ebu-r128 --json");
+  EXPECT_NEAR(qc.json()["report"]["integrated"].get<double>(), -23.0, 0.1) << qc.out;
+  EXPECT_TRUE(qc.json()["report"]["violations"].empty()) << qc.out;
 }
 
 // Encoded LTC decodes to the frame that ends where each decoded frame ends.
@@ -318,10 +375,13 @@ TEST_F(Cli, JsonFieldNamesAreStable) {
   ASSERT_EQ(Kvaudio("gen tone j.wav --duration 4").code, 0);
   ASSERT_EQ(Kvaudio("ltc encode l.wav --duration 1").code, 0);
   Json loud = Kvaudio("loudness j.wav --json --standard 1 --layout stereo1").json()["files"][0];
-  EXPECT_EQ(Keys(loud), "file format sampleRate channels frames duration layout meter analysis standard violations");
-  EXPECT_EQ(Keys(loud["meter"]), "integrated momentary shortTerm");
-  EXPECT_EQ(Keys(loud["meter"]["momentary"]), "last max");
-  EXPECT_EQ(Keys(loud["analysis"]), "integrated momentary shortTerm range truePeak channelPeaks");
+  EXPECT_EQ(Keys(loud), "file format sampleRate channels frames duration layout integrated loudnessRange truePeak "
+                        "samplePeak momentaryMax shortTermMax channelTruePeak channelSamplePeak invalidSamples "
+                        "compat standard violations");
+  EXPECT_EQ(Keys(loud["compat"]), "meter analysis");
+  EXPECT_EQ(Keys(loud["compat"]["meter"]), "integrated momentary shortTerm");
+  EXPECT_EQ(Keys(loud["compat"]["meter"]["momentary"]), "last max");
+  EXPECT_EQ(Keys(loud["compat"]["analysis"]), "integrated momentary shortTerm range truePeak channelPeaks");
   EXPECT_EQ(Keys(loud["standard"]), "number target tolerance truePeakMax rangeMax");
   EXPECT_EQ(Keys(loud["layout"]), "name id");
   Json ltc = Kvaudio("ltc decode l.wav --json").json();
@@ -341,12 +401,12 @@ TEST_F(Cli, LayoutChoosesTheMeasuredChannels) {
   Json one = Kvaudio("loudness pairs.wav --json --layout stereo1").json()["files"][0];
   Json two = Kvaudio("loudness pairs.wav --json --layout stereo2").json()["files"][0];
   Json all = Kvaudio("loudness pairs.wav --json").json()["files"][0];
-  EXPECT_NEAR(one["analysis"]["integrated"].get<double>(), -20.69, 0.02);
-  EXPECT_NEAR(all["analysis"]["integrated"].get<double>(), -20.69, 0.02);  // silent channels add nothing
-  EXPECT_TRUE(two["analysis"]["integrated"].is_null());
-  EXPECT_TRUE(two["analysis"]["truePeak"].is_null());
-  EXPECT_EQ(two["analysis"]["channelPeaks"], Json::parse("[null, null, null, null]"));
-  EXPECT_NEAR(one["analysis"]["channelPeaks"][0].get<double>(), -20.0, 0.01);
+  EXPECT_NEAR(one["integrated"].get<double>(), -20.0, 0.05);
+  EXPECT_NEAR(all["integrated"].get<double>(), -20.0, 0.05);  // silent channels add nothing
+  EXPECT_TRUE(two["integrated"].is_null());
+  EXPECT_NEAR(one["compat"]["analysis"]["integrated"].get<double>(), -20.69, 0.02);
+  EXPECT_TRUE(two["compat"]["analysis"]["integrated"].is_null());
+  EXPECT_EQ(two["compat"]["analysis"]["channelPeaks"], Json::parse("[null, null, null, null]"));
 }
 
 // Each signal type lands at its level; results go to standard output only.
@@ -363,7 +423,7 @@ TEST_F(Cli, GeneratorSignalsReachTheirLevels) {
     ASSERT_EQ(Kvaudio(std::string("gen ") + c.type + " s.wav --duration 3 " + c.args).code, 0) << what;
     Result run = Kvaudio("loudness s.wav --json");
     EXPECT_TRUE(run.err.empty()) << run.err;
-    Json tp = run.json()["files"][0]["analysis"]["truePeak"];
+    Json tp = run.json()["files"][0]["samplePeak"];
     if (std::isnan(c.peak)) {
       EXPECT_TRUE(tp.is_null()) << what;
       continue;
@@ -380,8 +440,8 @@ TEST_F(Cli, GeneratorFillsEveryChannel) {
     ASSERT_EQ(Kvaudio(args).code, 0) << args;
     Json r = Kvaudio("loudness c.wav --json").json()["files"][0];
     EXPECT_EQ(r["channels"], channels);
-    ASSERT_EQ(r["analysis"]["channelPeaks"].size(), size_t(channels));
-    for (const Json &peak : r["analysis"]["channelPeaks"]) EXPECT_NEAR(peak.get<double>(), -12.0, 0.01) << args;
+    ASSERT_EQ(r["channelSamplePeak"].size(), size_t(channels));
+    for (const Json &peak : r["channelSamplePeak"]) EXPECT_NEAR(peak.get<double>(), -12.0, 0.01) << args;
   }
 }
 
@@ -393,7 +453,7 @@ TEST_F(Cli, LoudnessGoesOnAfterABadFile) {
   Json files = run.json()["files"];
   ASSERT_EQ(files.size(), 2u);
   EXPECT_EQ(Keys(files[0]), "file error");
-  EXPECT_FALSE(files[1]["analysis"]["integrated"].is_null());
+  EXPECT_FALSE(files[1]["integrated"].is_null());
 }
 
 TEST_F(Cli, DemoPassesItsChecks) {

@@ -32,6 +32,12 @@ Change RightFromLeft(double gain, double ownGain = 0.0) {
     for (size_t i = 0; i < f.l.size(); ++i) f.r[i] = gain * f.l[i] + ownGain * f.r[i];
   };
 }
+// A 12 kHz tone of peak `peak` whose samples sit at 45 degrees, 3 dB under its peak.
+Change QuarterRateTone(double peak) {
+  return [=](uint64_t, Frame &f) {
+    for (size_t i = 0; i < f.l.size(); ++i) f.l[i] = peak * std::sin(M_PI / 2 * double(i) + M_PI / 4);
+  };
+}
 Change Dc(double offset) {
   return [=](uint64_t, Frame &f) {
     for (double &x : f.l) x += offset;
@@ -71,6 +77,8 @@ const Case kCases[] = {
     {"LoudnessTarget", 5, 200, 100, Scale(4, 4), Scale(1.12, 1.12),
      [](kvaudqcConfig &c) { c.limits[4] = -20.0, c.limits[5] = 2.0; }, 500, 75},
     {"TruePeak", 6, 10, 1, SetLeft(100, 1, 0.95), SetLeft(100, 1, 0.85), [](kvaudqcConfig &c) { c.flags = 15 | 32; }},
+    {"TruePeakBetweenSamples", 6, 10, 5, QuarterRateTone(0.95), QuarterRateTone(0.75),
+     [](kvaudqcConfig &c) { c.flags = 15 | 32; }, 40, 1},
     {"MomentaryMax", 7, 200, 100, Scale(4, 4), Scale(1.41, 1.41), [](kvaudqcConfig &c) { c.limits[7] = -15.0; }, 500, 75},
     {"ShortTermMax", 8, 200, 100, Scale(4, 4), Scale(1.41, 1.41), [](kvaudqcConfig &c) { c.limits[8] = -15.0; }, 500, 75},
     {"Click", 9, 10, 1, AddLeft({200}, 0.78), AddLeft({200}, 0.6)},

@@ -1,4 +1,4 @@
-// The analyses behind the subcommands, on audio held in memory, shared with the demo.
+// The analyses behind the subcommands, on blocks of a file or audio in memory, shared with the demo.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,7 @@
 #include "audio_file.h"
 #include "json_out.h"
 #include "kvaudio/qc.h"
+#include "kvaudio/r128.h"
 #include "timebase.h"
 
 namespace kvtool {
@@ -17,18 +18,41 @@ class Progress;
 
 // ---- Loudness -------------------------------------------------------------------------------
 
-struct LoudnessResult {
-  // R128 meter (BS.1770 K-weighting), modes 3, 1 and 2; -200 when never measured.
-  double integrated = -200, momentaryLast = -200, momentaryMax = -200;
-  double shortTermLast = -200, shortTermMax = -200;
-  std::vector<std::pair<double, double>> momentary, shortTerm;  // (seconds, LUFS) every 100 ms
-  kvaudqcLoudness analysis{};  // the library's stand-alone analysis
-  kvaudqcTruePeak peaks{};
-  kvaudqcTargets targets{};
-  std::vector<std::string> violations;
+// Where blocks of interleaved samples come from: a file or memory.
+class PcmSource {
+ public:
+  virtual ~PcmSource() = default;
+  // Copies up to `frames` periods into `out` (the configured width); returns periods copied.
+  virtual size_t Read(uint8_t *out, size_t frames) = 0;
 };
 
-LoudnessResult MeasureLoudness(const Pcm &pcm, uint32_t rate, const kvaudqcLayout &layout,
+struct LoudnessInput {
+  uint32_t rate = 48000, channels = 2;
+  uint32_t format = 1;   // KVAUDIO_SAMPLES_S16, _S32 (left-justified) or _F32
+  uint64_t frames = 0;   // expected periods: progress and the compatibility analysis's limit
+  bool curves = false;   // keep the momentary and short-term readings of every 100 ms step
+};
+
+// The compatibility readings: the ebu_r128 meter (modes 3, 1 and 2) and the stand-alone
+// kvqcAudioAnalyze* functions, which need the whole file in memory.
+struct CompatLoudness {
+  double integrated = -200, momentaryLast = -200, momentaryMax = -200;
+  double shortTermLast = -200, shortTermMax = -200;
+  bool analysed = false;
+  std::string analysisSkipped;  // why the analysis did not run
+  kvaudqcLoudness analysis{};
+  kvaudqcTruePeak peaks{};
+};
+
+struct LoudnessResult {
+  kvAudioLoudnessReading reading{};  // the BS.1770-4 / R128 meter
+  std::vector<std::pair<double, double>> momentary, shortTerm;  // (seconds, LUFS) every 100 ms
+  CompatLoudness compat;
+  kvaudqcTargets targets{};
+  std::vector<std::string> violations;  // of the standard readings against the targets
+};
+
+LoudnessResult MeasureLoudness(PcmSource &source, const LoudnessInput &input, const kvaudqcLayout &layout,
                                const kvaudqcTargets &targets, Progress *progress);
 Json LoudnessJson(const LoudnessResult &result);
 void PrintLoudness(const LoudnessResult &result);
@@ -36,14 +60,6 @@ void PlotLoudness(const LoudnessResult &result, const std::string &title, double
                   const std::string &path);
 
 // ---- QC engine -------------------------------------------------------------------------------
-
-// Where the QC engine's frames come from: a file or memory.
-class PcmSource {
- public:
-  virtual ~PcmSource() = default;
-  // Copies up to `frames` periods into `out` (the configured width); returns periods copied.
-  virtual size_t Read(uint8_t *out, size_t frames) = 0;
-};
 
 struct QcSettings {
   uint32_t rate = 48000, channels = 2, bits = 16;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -76,12 +77,11 @@ AudioReader::AudioReader(const std::string &path) : path_(path) {
   // Compressed formats (FLAC and others) report their decoded width through the subtype too;
   // anything else is read at 32 bits.
   info_.bits = sub ? sub->bits : 32;
+  info_.floating = sub && (sub->code == SF_FORMAT_FLOAT || sub->code == SF_FORMAT_DOUBLE);
   info_.rate = uint32_t(sf.samplerate);
   info_.channels = uint32_t(sf.channels);
   info_.frames = sf.frames > 0 ? uint64_t(sf.frames) : 0;
   info_.format = MajorName(sf.format) + " " + (sub ? sub->name : "compressed");
-  // Floating point beyond full scale is clipped, not wrapped, when read as integers.
-  sf_command(file_, SFC_SET_CLIPPING, nullptr, SF_TRUE);
   if (sf.channels <= 0 || sf.samplerate <= 0) {
     sf_close(file_);
     file_ = nullptr;
@@ -106,13 +106,16 @@ AudioReader::~AudioReader() {
   if (file_) sf_close(file_);
 }
 
-void AudioReader::Require(uint32_t maxChannels, uint32_t minRate) const {
+void AudioReader::Require(uint32_t maxChannels, uint32_t minRate, uint32_t maxRate) const {
   if (info_.channels > maxChannels)
     throw FileError(path_, "unsupported: " + std::to_string(info_.channels) + " channels (at most " +
                                std::to_string(maxChannels) + ")");
   if (info_.rate < minRate)
     throw FileError(path_, "unsupported: " + std::to_string(info_.rate) + " Hz (at least " +
                                std::to_string(minRate) + " Hz)");
+  if (info_.rate > maxRate)
+    throw FileError(path_, "unsupported: " + std::to_string(info_.rate) + " Hz (at most " +
+                               std::to_string(maxRate) + " Hz)");
 }
 
 size_t AudioReader::Account(sf_count_t got, size_t asked) {
@@ -130,7 +133,23 @@ size_t AudioReader::Read(int16_t *out, size_t frames) {
 }
 
 size_t AudioReader::Read(int32_t *out, size_t frames) {
-  return Account(sf_readf_int(file_, out, sf_count_t(frames)), frames);
+  if (!info_.floating) return Account(sf_readf_int(file_, out, sf_count_t(frames)), frames);
+  // libsndfile's own float to integer conversion reads unnormalised files as silence.
+  floats_.resize(frames * info_.channels);
+  const size_t got = Read(floats_.data(), frames);
+  FloatToInt32(floats_.data(), got * info_.channels, out);
+  return got;
+}
+
+size_t AudioReader::Read(float *out, size_t frames) {
+  return Account(sf_readf_float(file_, out, sf_count_t(frames)), frames);
+}
+
+void FloatToInt32(const float *in, size_t count, int32_t *out) {
+  for (size_t i = 0; i < count; ++i) {
+    const double v = double(in[i]) * 2147483648.0;
+    out[i] = std::isnan(v) ? 0 : v >= 2147483647.0 ? INT32_MAX : v <= -2147483648.0 ? INT32_MIN : int32_t(v);
+  }
 }
 
 const uint8_t *Pcm::At(uint64_t frame) const {

@@ -16,12 +16,14 @@ struct AudioInfo {
   uint32_t channels = 0;
   uint64_t frames = 0;    // sample periods
   uint32_t bits = 0;      // bits of the stored samples; 32 for floating point
+  bool floating = false;  // float or double samples
   std::string format;     // e.g. "WAV PCM 24-bit"
   double Seconds() const { return rate ? double(frames) / rate : 0.0; }
   bool Wide() const { return bits > 16; }  // kept as 32-bit samples, else as 16-bit
 };
 
-// Reads a whole file or blocks of it as interleaved 16- or 32-bit signed samples (left-justified).
+// Reads a whole file or blocks of it as interleaved 16- or 32-bit signed samples (left-justified;
+// floating point scaled to full scale and clipped) or as float (full scale 1.0, not clipped).
 // Every failure, a file shorter than its header promises included, is a ToolError naming the file.
 class AudioReader {
  public:
@@ -35,8 +37,9 @@ class AudioReader {
   // Reads up to `frames` periods; returns how many were read, 0 at the end of the file.
   size_t Read(int16_t *out, size_t frames);
   size_t Read(int32_t *out, size_t frames);
-  // Refuses files with more channels or a lower rate than a command supports.
-  void Require(uint32_t maxChannels, uint32_t minRate) const;
+  size_t Read(float *out, size_t frames);
+  // Refuses files with more channels, or a rate outside the range, that a command supports.
+  void Require(uint32_t maxChannels, uint32_t minRate, uint32_t maxRate = UINT32_MAX) const;
 
  private:
   size_t Account(sf_count_t got, size_t asked);
@@ -45,7 +48,11 @@ class AudioReader {
   SNDFILE *file_ = nullptr;
   AudioInfo info_;
   uint64_t read_ = 0;
+  std::vector<float> floats_;  // a block of a floating-point file read as integers
 };
+
+// Float samples (full scale 1.0) as left-justified 32-bit integers: clipped at full scale, NaN 0.
+void FloatToInt32(const float *in, size_t count, int32_t *out);
 
 // Interleaved signed samples held in memory: 16-bit, or 32-bit left-justified for wider sources.
 struct Pcm {

@@ -140,10 +140,16 @@ int RunDemo() {
   std::printf("\n");
 
   start = Now();
-  LoudnessResult loud = MeasureLoudness(programme, kRate, LayoutFor("", 2, "demo"), TargetsFor(1), nullptr);
-  std::printf("loudness     integrated %s LUFS (meter), %s LUFS (analysis), true peak %s dBFS, range %.1f LU "
-              "(%.3f s)\n", LevelText(loud.integrated).c_str(), LevelText(loud.analysis.integrated).c_str(),
-              LevelText(loud.analysis.truePeak).c_str(), loud.analysis.range, Now() - start);
+  MemorySource loudSource(programme);
+  LoudnessInput input;
+  input.rate = kRate;
+  input.frames = programme.Frames();
+  LoudnessResult loud = MeasureLoudness(loudSource, input, LayoutFor("", 2, "demo"), TargetsFor(1), nullptr);
+  const kvAudioLoudnessReading &m = loud.reading;
+  std::printf("loudness     integrated %s LUFS, range %.1f LU, true peak %s dBTP, max momentary %s LUFS, "
+              "max short-term %s LUFS, sample peak %s dBFS (%.3f s)\n", LevelText(m.integrated).c_str(),
+              m.loudnessRange, LevelText(m.truePeak).c_str(), LevelText(m.momentaryMax).c_str(),
+              LevelText(m.shortTermMax).c_str(), LevelText(m.samplePeak).c_str(), Now() - start);
 
   start = Now();
   std::vector<int16_t> ltc(size_t(clip.Frames()));

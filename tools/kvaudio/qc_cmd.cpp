@@ -18,9 +18,8 @@ namespace {
 constexpr uint32_t kRules = 18;
 
 struct QcOptions {
-  std::string file, fps = "25", layout, loudnessLayout, startTimecode = "00:00:00:00", plot;
+  std::string file, fps = "25", layout, loudnessLayout, startTimecode = "00:00:00:00", plot, standard = "0";
   std::vector<std::string> rules;
-  uint32_t standard = 0;
   bool json = false;
 };
 
@@ -57,7 +56,7 @@ void CopyName(char (&field)[64], const std::string &name) {
 int RunQcCommand(const QcOptions &opt) {
   QcSettings s;
   s.fps = ParseFrameRate(opt.fps);
-  s.standard = TargetsFor(opt.standard).standard;
+  s.standard = ParseStandard(opt.standard);
   s.startFrame = ParseTimecode(opt.startTimecode, s.fps);
   s.rules = RuleMask(opt.rules);
   AudioReader reader(opt.file);
@@ -226,7 +225,7 @@ void AddQcCommand(CLI::App &app, int *exitCode) {
   cmd->add_option("--fps", opt->fps, std::string("video frame rate: ") + FrameRateNames() + " (default 25)");
   cmd->add_option("--layout", opt->layout, "programme layout (stereo1..8, 5.1..., 7.1...)");
   cmd->add_option("--loudness-layout", opt->loudnessLayout, "layout the loudness is measured on");
-  cmd->add_option("--standard", opt->standard, "delivery standard: 1 EBU R128, 2-7, 100; 0 none (default)");
+  cmd->add_option("--standard", opt->standard, "delivery standard: " + StandardHelp() + " (default)");
   cmd->add_option("--rules", opt->rules, "only these rules, by number or name (default all)")->delimiter(',');
   cmd->add_option("--start", opt->startTimecode, "timecode of the first frame (default 00:00:00:00)");
   cmd->add_flag("--json", opt->json, "print JSON (see docs/cli.md)");

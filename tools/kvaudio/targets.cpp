@@ -2,6 +2,7 @@
 #include "targets.h"
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "tool.h"
 
@@ -9,7 +10,7 @@ namespace kvtool {
 
 kvaudqcLayout LayoutFor(const std::string &name, uint32_t channels, const std::string &path) {
   kvaudqcLayout layout{};
-  if (kvqcAudioLayoutFromName(name.empty() ? nullptr : name.c_str(), &layout) != KVQC_OK)
+  if (kvqcAudioLayoutFromName(name.empty() ? nullptr : name.c_str(), &layout) != 0)
     throw ToolError("unknown layout '" + name +
                     "' (use stereo1..stereo8, 5.1, 5.1-smpte, 5.1-protools, 5.1-aac, 5.1-dts, 7.1, "
                     "7.1-smpte, 7.1-protools, 7.1-ext, 7.1-dolby)");
@@ -19,10 +20,39 @@ kvaudqcLayout LayoutFor(const std::string &name, uint32_t channels, const std::s
   return layout;
 }
 
+namespace {
+
+// Names of the library's target sets after the delivery recommendations that use those figures;
+// numbers without a name here (3, 4, 7) repeat the targets of the one before.
+struct StandardName {
+  const char *name;
+  uint32_t number;
+};
+constexpr StandardName kStandardNames[] = {
+    {"none", 0},  {"ebu-r128", 1},     {"atsc-a85", 2}, {"op-59", 5},
+    {"arib-tr-b32", 6}, {"custom", 100},
+};
+
+}  // namespace
+
+uint32_t ParseStandard(const std::string &text) {
+  for (const StandardName &s : kStandardNames)
+    if (text == s.name) return s.number;
+  char *end = nullptr;
+  unsigned long n = text.empty() || text[0] == '-' ? 0 : std::strtoul(text.c_str(), &end, 10);
+  if (!end || *end || n > UINT32_MAX) throw ToolError("unknown standard '" + text + "' (use " + StandardHelp() + ")");
+  return TargetsFor(uint32_t(n)).standard;
+}
+
+std::string StandardHelp() {
+  return "1 or ebu-r128 (-23 LUFS), 2 or atsc-a85 (-24 LKFS; 3, 4 the same), 5 or op-59, 6 or arib-tr-b32 "
+         "(7 the same), 100 or custom, 0 or none";
+}
+
 kvaudqcTargets TargetsFor(uint32_t standard) {
   kvaudqcTargets targets{};
   if (kvqcAudioStandardDefaults(standard, &targets) != KVQC_OK)
-    throw ToolError("unknown standard " + std::to_string(standard) + " (use 0-7 or 100)");
+    throw ToolError("unknown standard " + std::to_string(standard) + " (use " + StandardHelp() + ")");
   return targets;
 }
 

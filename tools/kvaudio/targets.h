@@ -14,6 +14,11 @@ namespace kvtool {
 kvaudqcLayout LayoutFor(const std::string &name, uint32_t channels, const std::string &path);
 // The targets of a delivery standard (0: none); unknown numbers are a ToolError.
 kvaudqcTargets TargetsFor(uint32_t standard);
+// The standard number of a --standard argument: a number or a name such as "ebu-r128"; unknown
+// ones are a ToolError.
+uint32_t ParseStandard(const std::string &text);
+// The accepted names with their numbers, for --help.
+std::string StandardHelp();
 // "EBU R128: -23 +-1 LUFS, true peak -1 dBTP, range 20 LU" style description.
 std::string TargetsText(const kvaudqcTargets &targets);
 Json TargetsJson(const kvaudqcTargets &targets);
