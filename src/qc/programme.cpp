@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <initializer_list>
+#include <new>
 
 namespace kvaudio::qc {
 
@@ -22,6 +23,8 @@ void ProgrammeLoudness::Configure(uint32_t rate, uint32_t bits, uint32_t channel
 void ProgrammeLoudness::Reset() {
   if (!meter_ && bits_ != 0) {
     meter_ = kvAudioLoudnessOpen(rate_, channels_, KVAUDIO_LOUDNESS_INTEGRATED | KVAUDIO_LOUDNESS_RANGE);
+    // Within the supported rates only allocation fails; the engine's entry points report it.
+    if (!meter_ && rate_ <= 192000) throw std::bad_alloc();
     for (uint32_t c = 0; meter_ && c < channels_; ++c) kvAudioLoudnessSetChannelWeight(meter_, c, weights_[c]);
   }
   kvAudioLoudnessReset(meter_);

@@ -6,10 +6,12 @@
 #include <cstring>
 #include <new>
 
+#include "kvaudio/aoip.h"
 #include "kvaudio/avsync.h"
 #include "kvaudio/generator.h"
 #include "kvaudio/loudness.h"
 #include "kvaudio/qc.h"
+#include "kvaudio/r128.h"
 
 namespace {
 
@@ -128,7 +130,18 @@ bool Analyses() {
   const auto *pcm = reinterpret_cast<const uint8_t *>(gPcm);
   return Returns([&] { return KVAudioAVSyncPulseGenerate(scratch, 2000, 2, 16, 48000, 900, 0); }, 0u, 1u) &&
          Returns([&] { return KVAudioAVSyncPulseDetect(gBurst, 2000, 2, 16, 48000, &position, &score, 0); }, 0u, 1u) &&
-         Returns([&] { return kvqcAudioAnalyzeLoudness(pcm, 48000, 2, 16, 16000, "", 1, &loudness); }, 0, -1);
+         Returns([&] { return kvqcAudioAnalyzeLoudness(pcm, 48000, 2, 16, 16000, "", 1, &loudness); }, 0, -1) &&
+         Returns([&] {
+           kvAudioLoudness *m = kvAudioLoudnessOpen(48000, 6, KVAUDIO_LOUDNESS_ALL);
+           kvAudioLoudnessClose(m);
+           return m != nullptr;
+         }, true, false, true) &&
+         Returns([&] {
+           const KVAudioAoipReceiverConfig config{8, KVAUDIO_AOIP_L24, 96, 6, 4800, 0};
+           KVAudioAoipReceiver *r = KVAudioAoipReceiverOpen(&config);
+           KVAudioAoipReceiverClose(r);
+           return r != nullptr;
+         }, true, false, true);
 }
 
 TEST(AllocationFailure, EverySequenceReturnsItsFailureValueAndLeaksNothing) {
