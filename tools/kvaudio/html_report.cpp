@@ -232,13 +232,16 @@ std::string HtmlReport(const ReportData &d) {
   h += "<h2>Events (" + std::to_string(d.events.size()) + ")</h2>\n<table id=\"events\"><thead><tr><th>#</th>"
        "<th>rule</th><th>in</th><th>out</th><th>duration s</th><th>frames</th><th>channels</th><th>value</th></tr>"
        "</thead><tbody></tbody></table>\n";
-  h += "<h2>Channels</h2>\n<table id=\"channels\"><thead><tr><th>channel</th><th>peak dBFS</th><th>true peak dBTP</th>"
-       "<th>RMS dBFS</th><th>loudness LUFS</th></tr></thead><tbody>\n";
+  h += "<h2>Channels</h2>\n<table id=\"channels\"><thead><tr><th>channel</th><th>peak dBFS</th><th>RMS dBFS</th>";
+  if (d.channelMeters) h += "<th>true peak dBTP</th><th>loudness LUFS</th>";
+  h += "</tr></thead><tbody>\n";
   for (size_t c = 0; c < d.perChannel.size(); ++c) {
     const ReportChannel &ch = d.perChannel[c];
     h += "<tr><td>" + std::to_string(c + 1) + "</td><td class=\"num\">" + Num(ch.peak) + "</td><td class=\"num\">" +
-         Num(ch.truePeak) + "</td><td class=\"num\">" + Num(ch.rms) + "</td><td class=\"num\">" + Num(ch.loudness) +
-         "</td></tr>\n";
+         Num(ch.rms) + "</td>";
+    if (d.channelMeters)
+      h += "<td class=\"num\">" + Num(ch.truePeak) + "</td><td class=\"num\">" + Num(ch.loudness) + "</td>";
+    h += "</tr>\n";
   }
   h += "</tbody></table>\n<p id=\"status\">the report needs JavaScript for its timeline and event table</p>\n";
   h += "<script type=\"application/json\" id=\"data\">" + ScriptJson(ReportJson(d)) + "</script>\n<script>" + kScript +

@@ -44,6 +44,7 @@ struct ReportData {
   std::vector<double> momentary, shortTerm, peak;  // one value per kReportStep, -200 none
   std::vector<ReportEvent> events;
   std::vector<ReportChannel> perChannel;
+  bool channelMeters = false;  // perChannel holds true peak and loudness
 };
 
 // One line of the batch index.

@@ -18,10 +18,10 @@ struct ReportCollector::Meters {
   }
 };
 
-ReportCollector::ReportCollector(uint32_t rate, uint32_t channels, uint32_t bits)
+ReportCollector::ReportCollector(uint32_t rate, uint32_t channels, uint32_t bits, bool channelMeters)
     : rate_(rate), channels_(channels), bits_(bits), power_(channels), meters_(std::make_unique<Meters>()) {
   this->channels.resize(channels);
-  for (uint32_t c = 0; c < channels; ++c) {
+  for (uint32_t c = 0; channelMeters && c < channels; ++c) {
     kvAudioLoudness *m = kvAudioLoudnessOpen(rate, 1, KVAUDIO_LOUDNESS_INTEGRATED | KVAUDIO_LOUDNESS_TRUE_PEAK);
     if (!m) throw ToolError("a loudness meter for the report cannot be opened");
     meters_->perChannel.push_back(m);
@@ -31,22 +31,22 @@ ReportCollector::ReportCollector(uint32_t rate, uint32_t channels, uint32_t bits
 ReportCollector::~ReportCollector() = default;
 
 void ReportCollector::Add(const uint8_t *pcm, uint32_t frames, const kvaudqcFrameAnalyze &a) {
+  for (uint32_t c = 0; c < channels_ && c < 32; ++c) {
+    channels[c].peak = std::max(channels[c].peak, a.peakDb[c]);
+    if (a.rmsDb[c] > -199.0) power_[c] += std::pow(10.0, a.rmsDb[c] / 10) * frames;
+  }
+  // The channel meters take one plane of float samples each.
   const double scale = bits_ == 16 ? 1.0 / 32768.0 : 1.0 / 2147483648.0;
   std::vector<float> &plane = meters_->plane;
   plane.resize(frames);
-  for (uint32_t c = 0; c < channels_; ++c) {
-    double sum = 0;
+  for (size_t c = 0; c < meters_->perChannel.size(); ++c) {
     for (uint32_t i = 0; i < frames; ++i) {
       size_t at = size_t(i) * channels_ + c;
-      double v = bits_ == 16 ? reinterpret_cast<const int16_t *>(pcm)[at] * scale
-                             : reinterpret_cast<const int32_t *>(pcm)[at] * scale;
-      plane[i] = float(v);
-      sum += v * v;
+      plane[i] = float(bits_ == 16 ? reinterpret_cast<const int16_t *>(pcm)[at] * scale
+                                   : reinterpret_cast<const int32_t *>(pcm)[at] * scale);
     }
-    power_[c] += sum;
     const float *planes[1] = {plane.data()};
     kvAudioLoudnessAddPlanar(meters_->perChannel[c], planes, frames);
-    if (c < 32) channels[c].peak = std::max(channels[c].peak, a.peakDb[c]);
   }
   // The frame's readings go to every 100 ms step that ends inside it; its peak to the step it ends in.
   uint64_t before = done_;
@@ -63,17 +63,20 @@ void ReportCollector::Add(const uint8_t *pcm, uint32_t frames, const kvaudqcFram
   }
 }
 
+bool ReportCollector::Metered() const { return !meters_->perChannel.empty(); }
+
 void ReportCollector::Finish() {
   if (peak.size() > momentary.size() + 1) peak.resize(momentary.size() + 1);
   for (uint32_t c = 0; c < channels_; ++c) {
+    double mean = done_ ? power_[c] / double(done_) : 0;
+    channels[c].rms = mean > 0 ? 10 * std::log10(mean) : -200;
+    if (c >= meters_->perChannel.size()) continue;
     kvAudioLoudnessReading r{};
     r.size = sizeof(r);
     if (kvAudioLoudnessRead(meters_->perChannel[c], &r) == KVAUDIO_LOUDNESS_OK) {
       channels[c].truePeak = r.channelTruePeak[0];
       channels[c].loudness = r.integrated;
     }
-    double mean = done_ ? power_[c] / double(done_) : 0;
-    channels[c].rms = mean > 0 ? 10 * std::log10(mean) : -200;
   }
 }
 
@@ -118,6 +121,7 @@ ReportData QcReport(const QcResult &r, const QcSettings &s, const ReportCollecto
   d.shortTerm = collector.shortTerm;
   d.peak = collector.peak;
   d.perChannel = collector.channels;
+  d.channelMeters = collector.Metered();
   for (const kvaudqcEvent &e : r.events)
     d.events.push_back(ReportEvent{e.rule, RuleName(e.rule), FormatTimecode(s.startFrame + e.startA, s.fps),
                                    FormatTimecode(s.startFrame + e.endA, s.fps), double(e.startB) / s.rate,

@@ -10,11 +10,12 @@
 
 namespace kvtool {
 
-// Gathers the report's 100 ms curves and per-channel levels during a QC run. Owns one loudness
-// meter per channel, so it lives and dies on the run's thread.
+// Gathers the report's 100 ms curves and per-channel levels during a QC run. Peak and RMS come from
+// the engine; with `channelMeters` one loudness meter per channel adds true peak and loudness (it
+// roughly doubles the time of a run). Lives and dies on the run's thread.
 class ReportCollector {
  public:
-  ReportCollector(uint32_t rate, uint32_t channels, uint32_t bits);
+  ReportCollector(uint32_t rate, uint32_t channels, uint32_t bits, bool channelMeters);
   ~ReportCollector();
   ReportCollector(const ReportCollector &) = delete;
   ReportCollector &operator=(const ReportCollector &) = delete;
@@ -22,6 +23,7 @@ class ReportCollector {
   void Add(const uint8_t *pcm, uint32_t frames, const kvaudqcFrameAnalyze &analysis);
   // Closes the meters; the curves and channels are final.
   void Finish();
+  bool Metered() const;
 
   std::vector<double> momentary, shortTerm, peak;  // one value per kReportStep
   std::vector<ReportChannel> channels;
