@@ -128,8 +128,8 @@ function draw(){
  var minW=3,bars=el('g',{'clip-path':'url(#c)'},s);
  D.events.forEach(function(e,i){var k=rules.indexOf(e.rule),x0=x(e.start),x1=x(e.end);
   if(x1<L-minW||x0>W-R)return;var w=Math.max(minW,x1-x0);
-  var b=el('rect',{x:x0,y:ry0+k*RH+1,width:w,height:RH-4,fill:col(e.rule),'class':'ev-bar','data-i':i,
-   stroke:i===sel?'#000':'none','stroke-width':1.5},bars);
+  var b=el('rect',{'class':'ev-bar','data-i':i,'data-rule':e.rule,x:x0,y:ry0+k*RH+1,width:w,height:RH-4,
+   fill:col(e.rule),stroke:i===sel?'#000':'none','stroke-width':1.5},bars);
   b.addEventListener('click',function(ev){ev.stopPropagation();show(i);});
   el('title',{},b).textContent=e.name+' '+e.in+' - '+e.out;});
  var ay=ry0+Math.max(1,rules.length)*RH+4;el('line',{x1:L,x2:W-R,y1:ay,y2:ay,stroke:'#8a93a3'},s);
