@@ -79,10 +79,11 @@ window.onerror=function(m,s,l){var e=document.getElementById('errors');e.textCon
 (function(){
 var D=JSON.parse(document.getElementById('data').textContent);
 var NS='http://www.w3.org/2000/svg',chart=document.getElementById('chart'),detail=document.getElementById('detail');
-var COL=['#1f77b4','#d62728','#2ca02c','#9467bd','#ff7f0e','#8c564b','#e377c2','#17becf','#bcbd22',
- '#393b79','#637939','#8c6d31','#843c39','#7b4173','#3182bd','#e6550d','#31a354','#756bb1'];
-function col(r){return COL[(r-1)%COL.length];}
+var COL=['#1f77b4','#d62728','#2ca02c','#ff7f0e','#9467bd','#8c564b','#e377c2','#17becf','#bcbd22',
+ '#393b79','#7f7f7f','#000000','#aec7e8','#ff9896','#98df8a','#ffbb78','#c5b0d5','#c49c94'];
 var rules=[];D.events.forEach(function(e){if(rules.indexOf(e.rule)<0)rules.push(e.rule);});rules.sort(function(a,b){return a-b;});
+// Colours go to the rules present in this programme, so up to 12 rules never share a hue.
+function col(r){return COL[rules.indexOf(r)%COL.length];}
 var names={};D.events.forEach(function(e){names[e.rule]=e.name;});
 var T=Math.max(D.seconds,0.1),v0=0,v1=T,sel=-1;
 var L=150,R=44,LH=200,PH=70,RH=18,top=10,GAP=22;
