@@ -95,7 +95,8 @@ TEST_F(Media, PcmReadsAsItsWavWithTheFilesTimecode) {
   EXPECT_EQ(nlohmann::json::parse(out)["files"][0]["input"], "audio streams 3,5, channels 2");
 }
 
-// SMPTE 302M in a transport stream reads as ffmpeg decodes it, sample for sample; AAC reads within
+// SMPTE 302M in a transport stream, read by the library's own 302M readers, equals ffmpeg's decoding
+// sample for sample; AAC reads within
 // its coding loss.
 TEST_F(Media, TransportStreamAndCompressedAudio) {
   for (int channels : {2, 4, 6, 8}) {

@@ -18,6 +18,7 @@ extern "C" {
 #include <type_traits>
 #include <utility>
 
+#include "kvaudio/aes3.h"
 #include "timebase.h"
 #include "tool.h"
 
@@ -59,6 +60,7 @@ std::string RateName(AVRational r, bool drop) {
 
 }  // namespace
 
+
 // One selected audio stream: its decoder (or none) and the decoded periods not yet read.
 struct StreamQueue {
   int index = 0;
@@ -67,6 +69,7 @@ struct StreamQueue {
   std::vector<int32_t> ints;  // interleaved, left-justified
   std::vector<float> floats;  // interleaved, full scale 1.0
   size_t head = 0;            // periods already handed out
+  bool s302m = false;         // raw SMPTE 302M packets read by the library's own readers
   size_t Queued(bool floating) const { return (floating ? floats.size() : ints.size()) / channels - head; }
 };
 
@@ -130,14 +133,23 @@ AudioReader::AudioReader(const std::string &path, const InputSelection &selectio
     AVStream *st = m.format->streams[index];
     const AVCodecParameters *par = st->codecpar;
     const AVCodec *decoder = avcodec_find_decoder(par->codec_id);
-    if (!decoder) throw FileError(path, std::string("unsupported codec '") + avcodec_get_name(par->codec_id) + "'");
+    if (!decoder && par->codec_id != AV_CODEC_ID_S302M) throw FileError(path, std::string("unsupported codec '") + avcodec_get_name(par->codec_id) + "'");
     StreamQueue q;
     q.index = index;
     q.codec = avcodec_alloc_context3(decoder);
     if (!q.codec) throw std::bad_alloc();
     m.streams.push_back(q);
-    if (avcodec_parameters_to_context(q.codec, par) < 0 || avcodec_open2(q.codec, decoder, nullptr) < 0)
+    if (avcodec_parameters_to_context(q.codec, par) < 0)
+      throw FileError(path, std::string("corrupt parameters of codec '") + avcodec_get_name(par->codec_id) + "'");
+    // SMPTE 302M packets go to the library's readers undecoded; the context only carries the
+    // parameters the demuxer found.
+    q.s302m = par->codec_id == AV_CODEC_ID_S302M;
+    if (q.s302m) {
+      q.codec->sample_fmt = AV_SAMPLE_FMT_S32;
+      if (q.codec->sample_rate == 0) q.codec->sample_rate = 48000;
+    } else if (avcodec_open2(q.codec, decoder, nullptr) < 0) {
       throw FileError(path, std::string("unsupported codec '") + avcodec_get_name(par->codec_id) + "' or corrupt parameters");
+    }
     q.channels = uint32_t(q.codec->ch_layout.nb_channels);
     const uint32_t r = uint32_t(q.codec->sample_rate);
     if (q.channels == 0 || r == 0) throw FileError(path, "unsupported audio layout");
@@ -233,6 +245,37 @@ void AudioReader::Require(uint32_t maxChannels, uint32_t minRate, uint32_t maxRa
                                std::to_string(maxRate) + " Hz)");
 }
 
+// One SMPTE 302M packet into the queue as left-justified samples, pair by pair through the
+// library's readers: 16 and 20 bits as documented, 24 bits by the exact reader.
+void AudioReader::Append302(StreamQueue &q, const uint8_t *data, size_t size) {
+  if (size < 4) throw FileError(path_, "corrupt: a SMPTE 302M packet without its header");
+  const uint32_t header = uint32_t(data[0]) << 24 | uint32_t(data[1]) << 16 | uint32_t(data[2]) << 8 | data[3];
+  const uint32_t payload = header >> 16, channels = 2 + 2 * (header >> 14 & 3), bits = 16 + 4 * (header >> 4 & 3);
+  const size_t groupBytes = bits == 16 ? 5 : bits == 20 ? 6 : 7, frameBytes = channels / 2 * groupBytes;
+  if (bits > 24 || channels != q.channels || payload + 4 > size || payload % frameBytes)
+    throw FileError(path_, "corrupt: a SMPTE 302M packet does not match its stream");
+  const uint32_t frames = uint32_t(payload / frameBytes);
+  if (q.head) q.ints.erase(q.ints.begin(), q.ints.begin() + ptrdiff_t(q.head * channels));
+  q.head = 0;
+  const size_t base = q.ints.size();
+  q.ints.resize(base + size_t(frames) * channels);
+  pair_.resize(size_t(frames) * 2);
+  for (uint32_t p = 0; p < channels / 2; ++p) {
+    if (bits == 16) {
+      auto *s16 = reinterpret_cast<int16_t *>(pair_.data());
+      KVAudioDeinterleaveAES_302_16bit_toStereo32(s16, data, channels, 2 * p, frames);
+      for (size_t i = 0; i < size_t(frames) * 2; ++i)
+        q.ints[base + (i / 2) * channels + 2 * p + i % 2] = int32_t(uint32_t(uint16_t(s16[i])) << 16);
+      continue;
+    }
+    if (bits == 20)
+      KVAudioDeinterleaveAES_302_20bit_toStereo32(pair_.data(), data, channels, 2 * p, frames);
+    else
+      KVAudioDeinterleaveAES_302_24bitExact_toStereo32(pair_.data(), data, channels, 2 * p, frames);
+    for (size_t i = 0; i < size_t(frames) * 2; ++i) q.ints[base + (i / 2) * channels + 2 * p + i % 2] = int32_t(pair_[i]);
+  }
+}
+
 size_t AudioReader::Fill(size_t frames) {
   Media &m = *media_;
   auto fewest = [&] {
@@ -287,6 +330,7 @@ size_t AudioReader::Fill(size_t frames) {
     if (err == AVERROR_EOF) {
       m.ended = true;
       for (StreamQueue &q : m.streams) {
+        if (q.s302m) continue;
         avcodec_send_packet(q.codec, nullptr);
         drain(q);
       }
@@ -296,11 +340,13 @@ size_t AudioReader::Fill(size_t frames) {
     const int which = m.packet->stream_index < int(m.streamOf.size()) ? m.streamOf[size_t(m.packet->stream_index)] : -1;
     if (which >= 0) {
       StreamQueue &q = m.streams[size_t(which)];
-      if (avcodec_send_packet(q.codec, m.packet) < 0) {
+      if (q.s302m) {
+        Append302(q, m.packet->data, size_t(m.packet->size));
+      } else if (avcodec_send_packet(q.codec, m.packet) < 0) {
         av_packet_unref(m.packet);
         throw FileError(path_, "corrupt: the audio cannot be decoded");
       }
-      drain(q);
+      if (!q.s302m) drain(q);
     }
     av_packet_unref(m.packet);
   }

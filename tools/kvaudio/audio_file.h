@@ -50,6 +50,8 @@ void AddInputOptions(CLI::App *cmd, InputSelection *selection);
 // floating point scaled to full scale and clipped) or as float (full scale 1.0, not clipped),
 // decoding in blocks with constant memory. Every failure, a file shorter than its header promises
 // included, is a ToolError naming the file.
+struct StreamQueue;
+
 class AudioReader {
  public:
   explicit AudioReader(const std::string &path, const InputSelection &selection = {});
@@ -68,12 +70,14 @@ class AudioReader {
 
  private:
   struct Media;
-  size_t Fill(size_t frames);  // decodes until `frames` periods are queued or the end; returns them
+  size_t Fill(size_t frames);
+  void Append302(StreamQueue &q, const uint8_t *data, size_t size);  // decodes until `frames` periods are queued or the end; returns them
 
   std::string path_;
   std::unique_ptr<Media> media_;
   AudioInfo info_;
   uint64_t read_ = 0;
+  std::vector<uint32_t> pair_;  // one channel pair of a 302M packet
 };
 
 // The programme's frame rate and first frame: --fps and --start when given, else the file's own,
