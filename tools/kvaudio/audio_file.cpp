@@ -81,11 +81,33 @@ struct AudioReader::Media {
   std::vector<std::pair<uint32_t, uint32_t>> map;  // output channel -> (stream, channel)
   std::vector<int> streamOf;                       // file stream index -> queue, or -1
   bool floating = false, ended = false;
+  // Bytes held in memory instead of a file, read through a custom I/O context.
+  const uint8_t *bytes = nullptr;
+  size_t size = 0, at = 0;
+  AVIOContext *io = nullptr;
   ~Media() {
     for (StreamQueue &q : streams) avcodec_free_context(&q.codec);
     av_frame_free(&frame);
     av_packet_free(&packet);
     avformat_close_input(&format);
+    if (io) av_freep(&io->buffer);
+    avio_context_free(&io);
+  }
+  static int ReadBytes(void *opaque, uint8_t *out, int want) {
+    Media &m = *static_cast<Media *>(opaque);
+    const size_t n = std::min(size_t(want), m.size - m.at);
+    if (n == 0) return AVERROR_EOF;
+    std::memcpy(out, m.bytes + m.at, n);
+    m.at += n;
+    return int(n);
+  }
+  static int64_t SeekBytes(void *opaque, int64_t offset, int whence) {
+    Media &m = *static_cast<Media *>(opaque);
+    if (whence & AVSEEK_SIZE) return int64_t(m.size);
+    const int64_t base = (whence & 3) == SEEK_CUR ? int64_t(m.at) : (whence & 3) == SEEK_END ? int64_t(m.size) : 0;
+    if (base + offset < 0 || base + offset > int64_t(m.size)) return -1;
+    m.at = size_t(base + offset);
+    return int64_t(m.at);
   }
 };
 
@@ -101,9 +123,33 @@ AudioReader::AudioReader(const std::string &path, const InputSelection &selectio
   std::error_code ec;
   if (!std::filesystem::exists(path, ec)) throw FileError(path, "no such file");
   if (std::filesystem::is_directory(path, ec)) throw FileError(path, "is a directory");
+  Open(selection);
+}
+
+AudioReader::AudioReader(const std::string &name, const uint8_t *bytes, size_t size, const InputSelection &selection)
+    : path_(name), media_(std::make_unique<Media>()) {
+  Media &m = *media_;
+  m.bytes = bytes;
+  m.size = size;
+  auto *buffer = static_cast<uint8_t *>(av_malloc(4096));
+  m.io = buffer ? avio_alloc_context(buffer, 4096, 0, &m, Media::ReadBytes, nullptr, Media::SeekBytes) : nullptr;
+  if (!m.io) {
+    av_free(buffer);
+    throw std::bad_alloc();
+  }
+  m.format = avformat_alloc_context();
+  if (!m.format) throw std::bad_alloc();
+  m.format->pb = m.io;
+  m.format->flags |= AVFMT_FLAG_CUSTOM_IO;
+  Open(selection);
+}
+
+void AudioReader::Open(const InputSelection &selection) {
+  const std::string &path = path_;
   av_log_set_level(AV_LOG_QUIET);
   Media &m = *media_;
-  if (avformat_open_input(&m.format, path.c_str(), nullptr, nullptr) < 0)
+  // A failed open frees the context.
+  if (avformat_open_input(&m.format, m.io ? nullptr : path.c_str(), nullptr, nullptr) < 0)
     throw FileError(path, "not a media file (no container or audio format recognised)");
   if (avformat_find_stream_info(m.format, nullptr) < 0) throw FileError(path, "corrupt: the streams cannot be read");
   m.packet = av_packet_alloc();
@@ -125,7 +171,7 @@ AudioReader::AudioReader(const std::string &path, const InputSelection &selectio
 
   m.streamOf.assign(m.format->nb_streams, -1);
   std::string codecs, layouts;
-  uint32_t rate = 0, bits = 0, channels = 0;
+  uint32_t rate = 0, bits = 0;
   int64_t frames = -1;
   bool allPcm = true, allDeclared = true;
   std::vector<std::pair<uint32_t, uint32_t>> all;
@@ -158,7 +204,6 @@ AudioReader::AudioReader(const std::string &path, const InputSelection &selectio
     m.streams.back() = q;
     m.streamOf[size_t(index)] = int(m.streams.size() - 1);
     for (uint32_t c = 0; c < q.channels; ++c) all.emplace_back(uint32_t(m.streams.size() - 1), c);
-    channels += q.channels;
     m.floating = m.floating || IsFloat(q.codec->sample_fmt);
     // Stored width: the raw width a lossless codec reports, the coded width of PCM, else the
     // width of the decoded samples.

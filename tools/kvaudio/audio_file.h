@@ -55,6 +55,8 @@ struct StreamQueue;
 class AudioReader {
  public:
   explicit AudioReader(const std::string &path, const InputSelection &selection = {});
+  // The same from `size` bytes in memory that outlive the reader; `name` stands in errors.
+  AudioReader(const std::string &name, const uint8_t *bytes, size_t size, const InputSelection &selection = {});
   ~AudioReader();
   AudioReader(const AudioReader &) = delete;
   AudioReader &operator=(const AudioReader &) = delete;
@@ -70,6 +72,7 @@ class AudioReader {
 
  private:
   struct Media;
+  void Open(const InputSelection &selection);
   size_t Fill(size_t frames);
   void Append302(StreamQueue &q, const uint8_t *data, size_t size);  // decodes until `frames` periods are queued or the end; returns them
 
