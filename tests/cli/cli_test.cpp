@@ -111,7 +111,8 @@ TEST_F(Cli, EveryCommandHasHelpAndUsageErrorsExitTwo) {
     EXPECT_EQ(help.code, 0) << cmd;
     EXPECT_NE(help.out.find("Usage"), std::string::npos) << cmd;
   }
-  for (const char *bad : {"", "loudness", "gen tone", "gen hum x.wav", "loudness x.wav --bogus",
+  EXPECT_NE(Kvaudio("bogus x.wav").err.find("unknown subcommand 'bogus'"), std::string::npos);
+  for (const char *bad : {"", "bogus x.wav", "loudness", "gen tone", "gen hum x.wav", "loudness x.wav --bogus",
                           "ltc encode x.wav --fps 23.976", "qc x.wav --fps 31", "loudness x.wav --standard 9"}) {
     Result run = Kvaudio(bad);
     EXPECT_EQ(run.code, 2) << bad;
