@@ -243,7 +243,11 @@ void AudioReader::Open(const InputSelection &selection) {
   info_.channelLayout = layouts;
   info_.exactLength = allPcm && allDeclared && m.format->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
   const std::string container = Upper(std::string(m.format->iformat->name).substr(0, std::string(m.format->iformat->name).find(',')));
-  info_.format = container + " " + (allPcm ? (m.floating ? "PCM float" : "PCM " + std::to_string(bits) + "-bit") : codecs);
+  // "MXF PCM 24-bit", "MP4 aac", "FLAC 24-bit": the codec is named unless the container says it.
+  const bool named = Upper(codecs) == container;
+  info_.format = container + " " +
+                 (allPcm ? (m.floating ? "PCM float" : "PCM " + std::to_string(bits) + "-bit")
+                         : named ? (m.floating ? std::string("decoded to float") : std::to_string(bits) + "-bit") : codecs);
   if (chosen.size() > 1) info_.format += " (" + std::to_string(chosen.size()) + " streams)";
   for (size_t i = 0; i < chosen.size(); ++i)
     info_.taken += (i ? "," : "") + std::to_string(std::find(audio.begin(), audio.end(), chosen[i]) - audio.begin() + 1);
