@@ -148,9 +148,13 @@ void AudioReader::Open(const InputSelection &selection) {
   const std::string &path = path_;
   av_log_set_level(AV_LOG_QUIET);
   Media &m = *media_;
-  // A failed open frees the context.
-  if (avformat_open_input(&m.format, m.io ? nullptr : path.c_str(), nullptr, nullptr) < 0)
-    throw FileError(path, "not a media file (no container or audio format recognised)");
+  // A failed open frees the context. Playlists and references inside a file may open local files
+  // only, and nothing at all when the bytes are in memory: never the network.
+  AVDictionary *options = nullptr;
+  av_dict_set(&options, "protocol_whitelist", m.io ? "none" : "file", 0);
+  const int opened = avformat_open_input(&m.format, m.io ? nullptr : path.c_str(), nullptr, &options);
+  av_dict_free(&options);
+  if (opened < 0) throw FileError(path, "not a media file (no container or audio format recognised)");
   if (avformat_find_stream_info(m.format, nullptr) < 0) throw FileError(path, "corrupt: the streams cannot be read");
   m.packet = av_packet_alloc();
   m.frame = av_frame_alloc();
