@@ -111,7 +111,8 @@ TEST_F(Cli, EveryCommandHasHelpAndUsageErrorsExitTwo) {
     EXPECT_EQ(help.code, 0) << cmd;
     EXPECT_NE(help.out.find("Usage"), std::string::npos) << cmd;
   }
-  for (const char *bad : {"", "loudness", "gen tone", "gen hum x.wav", "loudness x.wav --bogus",
+  EXPECT_NE(Kvaudio("bogus x.wav").err.find("unknown subcommand 'bogus'"), std::string::npos);
+  for (const char *bad : {"", "bogus x.wav", "loudness", "gen tone", "gen hum x.wav", "loudness x.wav --bogus",
                           "ltc encode x.wav --fps 23.976", "qc x.wav --fps 31", "loudness x.wav --standard 9"}) {
     Result run = Kvaudio(bad);
     EXPECT_EQ(run.code, 2) << bad;
@@ -375,7 +376,7 @@ TEST_F(Cli, JsonFieldNamesAreStable) {
   ASSERT_EQ(Kvaudio("gen tone j.wav --duration 4").code, 0);
   ASSERT_EQ(Kvaudio("ltc encode l.wav --duration 1").code, 0);
   Json loud = Kvaudio("loudness j.wav --json --standard 1 --layout stereo1").json()["files"][0];
-  EXPECT_EQ(Keys(loud), "file format sampleRate channels frames duration layout integrated loudnessRange truePeak "
+  EXPECT_EQ(Keys(loud), "file format input sampleRate channels frames duration layout integrated loudnessRange truePeak "
                         "samplePeak momentaryMax shortTermMax channelTruePeak channelSamplePeak invalidSamples "
                         "compat standard violations");
   EXPECT_EQ(Keys(loud["compat"]), "meter analysis");
@@ -386,11 +387,11 @@ TEST_F(Cli, JsonFieldNamesAreStable) {
   EXPECT_EQ(Keys(loud["layout"]), "name id");
   Json ltc = Kvaudio("ltc decode l.wav --json").json();
   EXPECT_EQ(Keys(ltc), "file sampleRate channel frames");
-  EXPECT_EQ(Keys(ltc["frames"][0]), "timecode frameCount userBits dropFrame endSample endSeconds");
+  EXPECT_EQ(Keys(ltc["frames"][0]), "timecode frameCount userBits dropFrame endSample endSeconds programmeTimecode");
   Json av = Kvaudio("avsync detect j.wav --json").json();
   EXPECT_EQ(Keys(av), "file found score position seconds videoFrame timecode offsetMs");
   Json qc = Kvaudio("qc j.wav --json").json();
-  EXPECT_EQ(Keys(qc), "file format sampleRate channels fps libraryCadence report events");
+  EXPECT_EQ(Keys(qc), "file format input sampleRate channels fps libraryCadence report events startTimecode");
   EXPECT_EQ(Keys(qc["report"]), "frames samples integrated range truePeak maxMomentary maxShortTerm eventsPerRule "
                                 "totalEvents standard violations passed");
 }

@@ -18,9 +18,10 @@ namespace {
 constexpr uint32_t kRules = 18;
 
 struct QcOptions {
-  std::string file, fps = "25", layout, loudnessLayout, startTimecode = "00:00:00:00", plot, standard = "0";
+  std::string file, fps, layout, loudnessLayout, startTimecode, plot, standard = "0";  // fps, start: the file's
   std::vector<std::string> rules;
   bool json = false;
+  InputSelection input;
 };
 
 // Reads the file's periods straight into the engine's frame buffer.
@@ -55,13 +56,15 @@ void CopyName(char (&field)[64], const std::string &name) {
 
 int RunQcCommand(const QcOptions &opt) {
   QcSettings s;
-  s.fps = ParseFrameRate(opt.fps);
+  if (!opt.fps.empty()) ParseFrameRate(opt.fps);
   s.standard = ParseStandard(opt.standard);
-  s.startFrame = ParseTimecode(opt.startTimecode, s.fps);
   s.rules = RuleMask(opt.rules);
-  AudioReader reader(opt.file);
+  AudioReader reader(opt.file, opt.input);
   reader.Require(64, 8000);
   const AudioInfo &info = reader.info();
+  const ProgrammeTime time = ProgrammeTimeOf(info, opt.fps, opt.startTimecode);
+  s.fps = ParseFrameRate(time.fps);
+  s.startFrame = time.startFrame;
   s.rate = info.rate;
   s.channels = info.channels;
   s.bits = info.Wide() ? 32 : 16;
@@ -74,12 +77,14 @@ int RunQcCommand(const QcOptions &opt) {
   progress.Done();
   if (!opt.plot.empty()) PlotQc(result, s, opt.file, info.Seconds(), opt.plot);
   if (opt.json) {
-    Json doc{{"file", opt.file}, {"format", info.format}};
+    Json doc{{"file", opt.file}, {"format", info.format}, {"input", info.taken}};
     doc.update(QcJson(result, s));
+    doc["startTimecode"] = FormatTimecode(s.startFrame, s.fps);
     PrintJson(doc);
   } else {
-    std::printf("%s: %s, %u Hz, %u channels, %s fps, %s\n", opt.file.c_str(), info.format.c_str(), info.rate,
-                info.channels, s.fps.name.c_str(), FormatSeconds(info.Seconds()).c_str());
+    std::printf("%s: %s, %u Hz, %s (%s), %s fps from %s, %s\n", opt.file.c_str(), info.format.c_str(), info.rate,
+                ChannelsText(info.channels).c_str(), info.taken.c_str(), s.fps.name.c_str(),
+                FormatTimecode(s.startFrame, s.fps).c_str(), FormatSeconds(info.Seconds()).c_str());
     PrintQc(result, s);
   }
   return result.report.passed && result.events.empty() ? kExitClean : kExitFindings;
@@ -221,13 +226,15 @@ void AddQcCommand(CLI::App &app, int *exitCode) {
   auto opt = std::make_shared<QcOptions>();
   CLI::App *cmd = app.add_subcommand("qc", "Run the QC engine frame by frame: events with timecode "
                                            "and a report; exit 1 when anything is found");
-  cmd->add_option("FILE", opt->file, "audio file")->required();
-  cmd->add_option("--fps", opt->fps, std::string("video frame rate: ") + FrameRateNames() + " (default 25)");
+  cmd->add_option("FILE", opt->file, "audio or media file (WAV, MXF, MOV/MP4, MKV, MPEG-TS ...)")->required();
+  cmd->add_option("--fps", opt->fps, std::string("video frame rate: ") + FrameRateNames() +
+                                  " (default: the file's video, else 25)");
   cmd->add_option("--layout", opt->layout, "programme layout (stereo1..8, 5.1..., 7.1...)");
   cmd->add_option("--loudness-layout", opt->loudnessLayout, "layout the loudness is measured on");
   cmd->add_option("--standard", opt->standard, "delivery standard: " + StandardHelp() + " (default)");
   cmd->add_option("--rules", opt->rules, "only these rules, by number or name (default all)")->delimiter(',');
-  cmd->add_option("--start", opt->startTimecode, "timecode of the first frame (default 00:00:00:00)");
+  cmd->add_option("--start", opt->startTimecode, "timecode of the first frame (default: the file's, else 00:00:00:00)");
+  AddInputOptions(cmd, &opt->input);
   cmd->add_flag("--json", opt->json, "print JSON (see docs/cli.md)");
   cmd->add_option("--plot", opt->plot, "write loudness and the events on a timeline as an SVG file");
   cmd->callback([opt, exitCode] { *exitCode = RunQcCommand(*opt); });
