@@ -62,6 +62,18 @@ SNDFILE *OpenQuietly(const std::string &path, SF_INFO &info) {
   return file;
 }
 
+// The multichannel layouts a WAV channel mask names in file order; empty for any other map.
+std::string LayoutFromChannelMap(SNDFILE *file, uint32_t channels) {
+  if (channels != 6 && channels != 8) return "";
+  std::vector<int> map(channels);
+  if (sf_command(file, SFC_GET_CHANNEL_MAP_INFO, map.data(), int(map.size() * sizeof(int))) != SF_TRUE) return "";
+  static const std::vector<int> k51 = {SF_CHANNEL_MAP_LEFT, SF_CHANNEL_MAP_RIGHT, SF_CHANNEL_MAP_CENTER,
+                                       SF_CHANNEL_MAP_LFE};
+  if (!std::equal(k51.begin(), k51.end(), map.begin())) return "";
+  if (channels == 6) return "5.1";
+  return map[4] == SF_CHANNEL_MAP_REAR_LEFT && map[6] == SF_CHANNEL_MAP_SIDE_LEFT ? "7.1-ext" : "";
+}
+
 }  // namespace
 
 AudioReader::AudioReader(const std::string &path) : path_(path) {
@@ -92,6 +104,7 @@ AudioReader::AudioReader(const std::string &path) : path_(path) {
     file_ = nullptr;
     throw FileError(path, "holds no audio samples");
   }
+  info_.layout = LayoutFromChannelMap(file_, info_.channels);
   // libsndfile shortens the data of a cut-off file to what is there and notes it in its log.
   char log[4096] = {};
   sf_command(file_, SFC_GET_LOG_INFO, log, sizeof(log));

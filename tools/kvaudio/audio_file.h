@@ -18,6 +18,7 @@ struct AudioInfo {
   uint32_t bits = 0;      // bits of the stored samples; 32 for floating point
   bool floating = false;  // float or double samples
   std::string format;     // e.g. "WAV PCM 24-bit"
+  std::string layout;     // layout name from the file's channel map ("5.1", "7.1"), else empty
   double Seconds() const { return rate ? double(frames) / rate : 0.0; }
   bool Wide() const { return bits > 16; }  // kept as 32-bit samples, else as 16-bit
 };
