@@ -13,7 +13,7 @@ namespace {
 
 constexpr double kNone = -200.0;
 // A click stands this many times above every other second difference near it.
-constexpr double kClickIsolation = 2.5;
+constexpr double kClickIsolation = 2.2;
 // Dual mono: the difference of the two channels at most this fraction of their energy (-60 dB),
 // so that a centred voice over independent room tone is not taken for dual mono.
 constexpr double kDualMonoDifference = 1e-6;
@@ -165,7 +165,9 @@ RuleFrame PhaseInversion(const Context &x) {
       PairRule(x, -x.lim[0], [&](uint32_t a, uint32_t b, double r, double &value, double &auxA, double &, uint64_t &) {
         value = -r;
         auxA = std::min(x.Level(a), x.Level(b));
-        const bool signal = x.Level(a) > x.lim[10] && x.Level(b) > x.lim[10];
+        // Judged above the low level, or 20 dB above silence where the pair is plainly (anti)correlated.
+        const double quieter = std::min(x.Level(a), x.Level(b));
+        const bool signal = quieter > x.lim[10] || (quieter > x.lim[1] + 20.0 && std::fabs(r) >= 0.9);
         decided = decided || signal;
         return signal && r < x.lim[0];
       });
@@ -274,8 +276,11 @@ RuleFrame Dropout(const Context &x) {
   Verdict v(x.c.ruleSettings[20]);
   x.EachChecked([&](uint32_t c) {
     const ChannelStats &s = x.fig.stats[c];
-    if (s.dropouts)
-      v.Hold(Bit(c), static_cast<double>(s.longestDropout), x.Level(c), kNone, s.dropouts);
+    // The LFE rests between hits: only its zero runs count.
+    const uint32_t drops = Has(x.plan.lfe, c) ? 0 : s.levelDrops;
+    if (s.dropouts || drops)
+      v.Hold(Bit(c), static_cast<double>(std::max<uint64_t>(s.longestDropout, drops ? kDropBlock : 0)), x.Level(c),
+             kNone, s.dropouts + drops);
   });
   return v.f;
 }

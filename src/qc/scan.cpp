@@ -60,10 +60,7 @@ ChannelStats Scan(const uint8_t *pcm, uint64_t frames, uint32_t channels, uint32
     }
     k.blockPower += sd * sd;
     if (++k.blockFill == kDropBlock) {
-      if (k.blockLoud && k.blockPower < quietPower) {
-        ++st.dropouts;
-        if (kDropBlock > st.longestDropout) st.longestDropout = kDropBlock;
-      }
+      if (k.blockLoud && k.blockPower < quietPower) ++st.levelDrops;
       k.blockLoud = k.blockPower >= loudPower;
       k.blockPower = 0.0;
       k.blockFill = 0;

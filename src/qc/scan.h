@@ -44,8 +44,9 @@ struct ChannelStats {
   uint32_t clickJumps;      // second differences at or above ScanLimits::clickJump
   uint32_t crackleJumps;    // ... at or above ScanLimits::crackleJump, at least 3 samples apart
   uint32_t dropouts;        // zero runs that end here, at least dropoutRun and shorter than the frame
-                            // long, after signal whose envelope reached ScanLimits::floor; and blocks
-                            // below the floor right after a block 30 dB above it
+                            // long, after signal whose envelope reached ScanLimits::floor
+  uint32_t levelDrops;      // blocks of kDropBlock samples below the floor right after a block
+                            // 30 dB above it
   uint64_t longestDropout;  // longest of those, in samples
   uint32_t clippedSamples;  // samples of this frame inside a clip run of at least clipRun
   uint64_t longestClip;     // longest clip run reaching into this frame
