@@ -88,6 +88,7 @@ const Case kCases[] = {
     {"LevelImbalance", 11, 10, 5, Scale(1, 0.316), Scale(1, 0.56)},
     {"DcOffset", 12, 10, 1, Dc(0.25), Dc(0.15)},
     {"Dropout", 13, 10, 1, SetLeft(500, 30, 0.0), SetLeft(500, 10, 0.0)},
+    {"DropoutToNoise", 13, 10, 1, Scale(1e-5, 1), Scale(0.01, 1)},  // to -120 dBFS, not to -60
     {"DualMono", 14, 10, 5, RightFromLeft(1.0), RightFromLeft(0.9, 0.3), [](kvaudqcConfig &) {}, 40, 0, 25},
     {"LowLevel", 15, 10, 5, Scale(0.05, 0.05), Scale(0.3, 0.3)},
     {"NearClip", 16, 10, 1, SetLeft(100, 1, 0.97), SetLeft(100, 1, 0.9)},
