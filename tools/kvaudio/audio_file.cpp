@@ -58,8 +58,16 @@ std::string RateName(AVRational r, bool drop) {
   return "";
 }
 
-}  // namespace
+// The QC layout a speaker mask names in the file's channel order (front left, right, centre, LFE
+// first); empty for any other mask.
+std::string LayoutFromMask(uint64_t mask) {
+  if (mask == AV_CH_LAYOUT_5POINT1 || mask == AV_CH_LAYOUT_5POINT1_BACK) return "5.1";
+  // Native order puts the back pair before the side pair: L R C LFE Lrs Rrs Ls Rs.
+  if (mask == AV_CH_LAYOUT_7POINT1) return "7.1-ext";
+  return "";
+}
 
+}  // namespace
 
 // One selected audio stream: its decoder (or none) and the decoded periods not yet read.
 struct StreamQueue {
@@ -245,6 +253,7 @@ void AudioReader::Open(const InputSelection &selection) {
   info_.floating = m.floating;
   info_.bits = m.floating ? 32 : bits;
   info_.channelLayout = layouts;
+  if (selection.channels.empty()) info_.layout = LayoutFromMask(info_.channelMask);
   info_.exactLength = allPcm && allDeclared && m.format->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
   const std::string container = Upper(std::string(m.format->iformat->name).substr(0, std::string(m.format->iformat->name).find(',')));
   // "MXF PCM 24-bit", "MP4 aac", "FLAC 24-bit": the codec is named unless the container says it.

@@ -32,6 +32,7 @@ struct AudioInfo {
   bool hasTimeReference = false;
   std::string frameRate;      // frame-rate name of the file's video ("25", "29.97df"); empty if none
   bool exactLength = true;    // `frames` is what the container declares, not an estimate
+  std::string layout;         // QC layout name of the file's speaker mask ("5.1", "7.1-ext"), else empty
   double Seconds() const { return rate ? double(frames) / rate : 0.0; }
   bool Wide() const { return bits > 16; }  // kept as 32-bit samples, else as 16-bit
 };
