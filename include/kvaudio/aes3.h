@@ -132,6 +132,12 @@ KVAUDIO_API uint64_t KVAudioDeinterleaveAES_302_24bit_toStereo32(uint32_t *stere
                                                                   uint32_t channels, uint32_t channel,
                                                                   uint32_t frames);
 
+/* Pair channel / 2 of a 24-bit payload to 32-bit stereo, every bit of both samples in bits 8-31
+ * (bits 0-7 are 0). Returns frames * channels * 4; 0 for a null pointer or fewer than 2 channels. */
+KVAUDIO_API uint64_t KVAudioDeinterleaveAES_302_24bitExact_toStereo32(uint32_t *stereo32, const uint8_t *buffer,
+                                                                       uint32_t channels, uint32_t channel,
+                                                                       uint32_t frames);
+
 #ifdef __cplusplus
 }
 #endif

@@ -12,6 +12,11 @@ namespace kvaudio::qc {
 namespace {
 
 constexpr double kNone = -200.0;
+// A click stands this many times above every other second difference near it.
+constexpr double kClickIsolation = 2.2;
+// Dual mono: the difference of the two channels at most this fraction of their energy (-60 dB),
+// so that a centred voice over independent room tone is not taken for dual mono.
+constexpr double kDualMonoDifference = 1e-6;
 
 // Group of each rule (index r-1): the flags bit that enables it.
 constexpr uint8_t kRuleGroup[18] = {0, 1, 3, 1, 2, 2, 2, 2, 3, 3, 1, 1, 3, 1, 1, 3, 1, 2};
@@ -113,6 +118,7 @@ RuleFrame ChannelSilence(const Context &x) {
   uint64_t silent = 0;
   double silentLevel = kNone, otherLevel = kNone;
   x.EachChecked([&](uint32_t c) {
+    if (Has(x.plan.resting, c)) return;
     if (x.Level(c) < x.lim[9]) {
       silent |= Bit(c);
       silentLevel = std::max(silentLevel, x.Level(c));
@@ -120,7 +126,7 @@ RuleFrame ChannelSilence(const Context &x) {
       otherLevel = std::max(otherLevel, x.Level(c));
     }
   });
-  const uint64_t others = x.plan.checked & ~silent;
+  const uint64_t others = x.plan.checked & ~silent & ~x.plan.resting;
   if (silent && others) v.Hold(silent, std::popcount(silent), silentLevel, otherLevel, others);
   return v.f;
 }
@@ -147,20 +153,40 @@ RuleFrame PairRule(const Context &x, double reference, Test test) {
   return v.f;
 }
 
+// Marks a frame in which no pair carries enough signal to judge (RuleFrame::spare = 1).
+RuleFrame Undecided(RuleFrame f, bool decided) {
+  f.spare = decided ? 0 : 1;
+  return f;
+}
+
 RuleFrame PhaseInversion(const Context &x) {
-  return PairRule(x, -x.lim[0], [&](uint32_t a, uint32_t b, double r, double &value, double &auxA, double &, uint64_t &) {
-    value = -r;
-    auxA = std::min(x.Level(a), x.Level(b));
-    return x.Level(a) > x.lim[10] && x.Level(b) > x.lim[10] && r < x.lim[0];
-  });
+  bool decided = false;
+  const RuleFrame f =
+      PairRule(x, -x.lim[0], [&](uint32_t a, uint32_t b, double r, double &value, double &auxA, double &, uint64_t &) {
+        value = -r;
+        auxA = std::min(x.Level(a), x.Level(b));
+        // Judged above the low level, or 20 dB above silence where the pair is plainly (anti)correlated.
+        const double quieter = std::min(x.Level(a), x.Level(b));
+        const bool signal = quieter > x.lim[10] || (quieter > x.lim[1] + 20.0 && std::fabs(r) >= 0.9);
+        decided = decided || signal;
+        return signal && r < x.lim[0];
+      });
+  return Undecided(f, decided);
 }
 
 RuleFrame DualMono(const Context &x) {
-  return PairRule(x, x.lim[20], [&](uint32_t a, uint32_t b, double r, double &value, double &auxA, double &, uint64_t &) {
+  bool decided = false;
+  const RuleFrame f =
+      PairRule(x, x.lim[20], [&](uint32_t a, uint32_t b, double r, double &value, double &auxA, double &, uint64_t &) {
     value = r;
     auxA = std::min(x.Level(a), x.Level(b));
-    return x.Level(a) > x.lim[14] && x.Level(b) > x.lim[14] && r >= x.lim[20];
+    decided = decided || (x.Level(a) > x.lim[14] && x.Level(b) > x.lim[14]);
+    const double ea = x.fig.stats[a].sumSquares, eb = x.fig.stats[b].sumSquares;
+    const double difference = ea + eb - 2.0 * r * std::sqrt(ea * eb);
+    return x.Level(a) > x.lim[14] && x.Level(b) > x.lim[14] && r >= x.lim[20] &&
+           difference <= kDualMonoDifference * (ea + eb);
   });
+  return Undecided(f, decided);
 }
 
 RuleFrame LevelImbalance(const Context &x) {
@@ -172,16 +198,24 @@ RuleFrame LevelImbalance(const Context &x) {
   });
 }
 
+// Channels (the LFE aside) below the missing level while the others are not, and one of them
+// has carried programme within the last two seconds (so speech pauses do not hide a loss).
 RuleFrame MissingChannel(const Context &x) {
-  return PairRule(x, x.lim[14] - x.lim[22],
-                  [&](uint32_t a, uint32_t b, double, double &value, double &auxA, double &auxB, uint64_t &mask) {
-                    const bool aMissing = x.Level(a) < x.Level(b);
-                    auxA = aMissing ? x.Level(b) : x.Level(a);
-                    auxB = aMissing ? x.Level(a) : x.Level(b);
-                    mask = Bit(aMissing ? a : b);
-                    value = auxA - auxB;
-                    return auxA > x.lim[14] && auxB < x.lim[22];
-                  });
+  Verdict v(x.lim[14] - x.lim[22]);
+  const uint64_t judged = x.plan.checked & ~x.plan.lfe;
+  uint64_t missing = 0;
+  double missingLevel = kNone, loudest = kNone;
+  for (uint64_t m = judged; m; m &= m - 1) {
+    const auto c = static_cast<uint32_t>(std::countr_zero(m));
+    if (x.Level(c) < x.lim[22]) {
+      missing |= Bit(c);
+      missingLevel = std::max(missingLevel, x.Level(c));
+    } else {
+      loudest = std::max(loudest, x.fig.recentDb[c]);
+    }
+  }
+  if (missing && loudest > x.lim[14]) v.Hold(missing, loudest - missingLevel, loudest, missingLevel);
+  return v.f;
 }
 
 // Loudness rules over the loudness channels; `measured` is false while the value is not known.
@@ -222,6 +256,7 @@ RuleFrame Jumps(const Context &x, double reference, uint32_t need, bool click) {
     const ChannelStats &s = x.fig.stats[c];
     const uint32_t n = click ? s.clickJumps : s.crackleJumps;
     if (n == 0 || n < need) return;
+    if (click && x.fig.clickIsolation[c] < kClickIsolation) return;
     const double value = click ? static_cast<double>(s.maxJump) * x.plan.scale : n;
     v.Hold(Bit(c), value, x.fig.peakDb[c], kNone, n);
   });
@@ -241,8 +276,11 @@ RuleFrame Dropout(const Context &x) {
   Verdict v(x.c.ruleSettings[20]);
   x.EachChecked([&](uint32_t c) {
     const ChannelStats &s = x.fig.stats[c];
-    if (s.dropouts && x.Level(c) > x.lim[12])
-      v.Hold(Bit(c), static_cast<double>(s.longestDropout), x.Level(c), kNone, s.dropouts);
+    // The LFE rests between hits: only its zero runs count.
+    const uint32_t drops = Has(x.plan.lfe, c) ? 0 : s.levelDrops;
+    if (s.dropouts || drops)
+      v.Hold(Bit(c), static_cast<double>(std::max<uint64_t>(s.longestDropout, drops ? kDropBlock : 0)), x.Level(c),
+             kNone, s.dropouts + drops);
   });
   return v.f;
 }
@@ -256,6 +294,16 @@ RuleFrame LowLevel(const Context &x) {
 }
 
 }  // namespace
+
+uint32_t BridgeFrames(uint32_t rule) {
+  switch (rule) {
+    case kClipping: return 25;
+    case kPhaseInversion:
+    case kDualMono:
+    case kMissingChannel: return 50;
+    default: return 0;
+  }
+}
 
 uint32_t EnabledRules(const kvaudqcConfig &config) {
   uint32_t enabled = 0;
@@ -283,12 +331,22 @@ QcPlan MakePlan(const kvaudqcConfig &config, double powerWeights[kMaxQcChannels]
     if (w != 0.0) p.loudness |= Bit(c);
   }
 
-  p.pairs = Pairs(config.layoutId, p.channels, p.checked);
+  kvaudqcLayout programme{};
+  const uint32_t layoutId = ResolveConfigured(config.layoutName, config.layoutId, programme) ? programme.id : 0;
+  p.pairs = Pairs(layoutId, p.channels, p.checked);
+  if (layoutId >= 3 && layoutId < 200) {
+    uint64_t paired = 0;
+    for (const auto &[a, b] : p.pairs) paired |= Bit(a) | Bit(b);
+    for (uint32_t c = 0; c < programme.channels && c < 32; ++c)
+      if (programme.weights[c] == 0.0) p.lfe |= Bit(c);
+    p.resting = (programme.channelMask & ~paired) | p.lfe;
+  }
   p.scan.clickJump = SampleThreshold(config.limits[11], fullScale);
   p.scan.crackleJump = SampleThreshold(config.limits[17], fullScale);
   p.scan.clipLevel = SampleThreshold(std::pow(10.0, config.peakCeiling / 20.0), fullScale);
   p.scan.clipRun = config.ruleSettings[21];
   p.scan.dropoutRun = config.ruleSettings[20];
+  p.scan.floor = SampleThreshold(std::pow(10.0, config.limits[12] / 20.0), fullScale);
   p.enabled = EnabledRules(config);
   return p;
 }

@@ -45,6 +45,8 @@ struct QcPlan {
   uint64_t checked = 0;                               // channels of the per-channel rules
   uint64_t loudness = 0;                              // channels of the loudness rules
   std::vector<std::pair<uint32_t, uint32_t>> pairs;   // channel pairs of the pair rules
+  uint64_t lfe = 0;                                   // LFE channels of a multichannel layout
+  uint64_t resting = 0;                               // channels whose gaps are normal (LFE, centre)
   ScanLimits scan{};
   uint32_t enabled = 0;
 };
@@ -53,18 +55,28 @@ struct QcPlan {
 // powerWeights receives the loudness weight of every channel (0 outside plan.loudness).
 QcPlan MakePlan(const kvaudqcConfig &config, double powerWeights[kMaxQcChannels]);
 
+// Frames over which FrameFigures::recentDb looks back (two seconds at 25 fps).
+constexpr uint32_t kRecentFrames = 50;
+
 // Figures of one frame.
 struct FrameFigures {
   uint64_t samples = 0;
   ChannelStats stats[kMaxQcChannels];   // checked channels only
   double rmsDb[kMaxQcChannels];         // -200.0 for silent or unchecked channels
+  double recentDb[kMaxQcChannels];      // highest rmsDb of the last kRecentFrames frames
+  double clickIsolation[kMaxQcChannels];  // ClickIsolation, for channels with a click jump only
   double peakDb[kMaxQcChannels];       // sample peak
   double truePeakDb[kMaxQcChannels];   // true peak (FrameTruePeaks)
   std::vector<double> correlation;      // per plan pair: sum xy / sqrt(sum xx * sum yy), 0 if silent
   double momentary = -200.0, shortTerm = -200.0, runningRange = 0.0;
 };
 
-// Fills frames[r-1] with the verdict of rule r for every rule (enabled or not).
+// Frames for which rule r keeps its last verdict after its condition stops holding, so that a
+// fault is one event across the speech pauses and quiet passages inside it (0: none).
+uint32_t BridgeFrames(uint32_t rule);
+
+// Fills frames[r-1] with the verdict of rule r for every rule (enabled or not). An inactive
+// verdict with spare = 1 means the frame cannot tell (too little signal): the rule's state holds.
 void CheckRules(const kvaudqcConfig &config, const QcPlan &plan, const FrameFigures &fig, RuleFrame frames[18]);
 
 }  // namespace kvaudio::qc

@@ -36,6 +36,14 @@ void AudioQcEngine::ClearAnalysis() {
   positionA = positionB = 0;
   finished_ = false;
   for (ChannelCarry &carry : carry_) carry = ChannelCarry{};
+  recent_.assign(size_t{kMaxQcChannels} * kRecentFrames, kNoSignal);
+  recentIndex_ = 0;
+  for (uint32_t r = 0; r < kRuleCount; ++r) {
+    sinceActive_[r] = UINT32_MAX;
+    streak_[r] = 0;
+    confirmed_[r] = false;
+    wasActive_[r] = false;
+  }
   loudness_.Reset();
   truePeaks_.Reset();
 }
@@ -52,7 +60,12 @@ void AudioQcEngine::Measure(const void *pcm, uint32_t frames, FrameFigures &fig)
         ScanChannel(pcm, frames, plan_.channels, c, plan_.wide, plan_.scan, carry_[c]);
     fig.rmsDb[c] = Decibels(s.sumSquares / frames * scale * scale, 10.0);
     fig.peakDb[c] = Decibels(static_cast<double>(s.maxAbs) * scale, 20.0);
+    fig.clickIsolation[c] = s.clickJumps ? ClickIsolation(pcm, frames, plan_.channels, c, plan_.wide) : 0.0;
+    double *ring = &recent_[size_t{c} * kRecentFrames];
+    ring[recentIndex_] = fig.rmsDb[c];
+    fig.recentDb[c] = *std::max_element(ring, ring + kRecentFrames);
   }
+  recentIndex_ = (recentIndex_ + 1) % kRecentFrames;
   for (size_t i = 0; i < plan_.pairs.size(); ++i) {
     const auto [a, b] = plan_.pairs[i];
     const double energy = fig.stats[a].sumSquares * fig.stats[b].sumSquares;
@@ -71,6 +84,28 @@ void AudioQcEngine::Frame(const void *pcm, uint32_t frames, kvaudqcFrameAnalyze 
   Measure(pcm, frames, fig);
   RuleFrame verdicts[kRuleCount];
   CheckRules(config_, plan_, fig, verdicts);
+  // A run that has held for the rule's minimum frames bridges short gaps, so the minimum is met
+  // by frames in which the condition held, never by bridged ones.
+  for (uint32_t r = 1; r <= kRuleCount; ++r) {
+    RuleFrame &v = verdicts[r - 1];
+    const uint32_t i = r - 1;
+    if (v.active) {
+      lastActive_[i] = v;
+      sinceActive_[i] = 0;
+      confirmed_[i] = confirmed_[i] || ++streak_[i] >= config_.ruleSettings[r];
+    } else if (v.spare && wasActive_[i]) {
+      v = lastActive_[i];  // a frame that cannot tell keeps the run and its streak
+    } else {
+      streak_[i] = 0;
+      if (confirmed_[i] && sinceActive_[i] < BridgeFrames(r)) {
+        ++sinceActive_[i];
+        v = lastActive_[i];
+      } else {
+        confirmed_[i] = false;
+      }
+    }
+    wasActive_[i] = v.active != 0;
+  }
   uint32_t active = 0;
   for (uint32_t r = 1; r <= kRuleCount; ++r) {
     if (!((plan_.enabled >> (r - 1)) & 1)) continue;

@@ -73,6 +73,13 @@ class AudioQcEngine : public kvqcAudioEngine {
   ProgrammeLoudness loudness_;
   FrameTruePeaks truePeaks_;
   FrameFigures figures_;      // the latest frame's figures, kept to reuse their storage
+  std::vector<double> recent_;             // rmsDb of the last kRecentFrames frames, per channel
+  uint32_t recentIndex_ = 0;
+  RuleFrame lastActive_[kRuleCount] = {};  // each rule's last active verdict
+  uint32_t sinceActive_[kRuleCount] = {};  // frames since then; at the bridge length: none kept
+  uint32_t streak_[kRuleCount] = {};       // consecutive frames in which the condition held
+  bool confirmed_[kRuleCount] = {};        // a streak reached the rule's minimum frames
+  bool wasActive_[kRuleCount] = {};        // the verdict passed on for the previous frame
 };
 
 }  // namespace kvaudio::qc

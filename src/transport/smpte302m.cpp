@@ -1,5 +1,7 @@
 // SMPTE 302M payloads: the 20-bit writers with their header and the three readers.
 #include "kvaudio/aes3.h"
+#include "frame/cpu.h"
+#include "transport/smpte302m_avx2.h"
 #include "transport/words.h"
 
 namespace kvaudio::transport {
@@ -38,6 +40,16 @@ uint32_t From16(int16_t s) { return uint32_t{static_cast<uint16_t>(s)} << 4; }
 uint32_t From32(uint32_t s) { return s >> 12; }
 
 uint32_t Reverse(uint8_t b) { return BitReverseTable256[b]; }
+
+// Every bit of both 24-bit samples of a 7-byte group: left in g0-g2, right in the low nibble of
+// g3, g4, g5 and the high nibble of g6 (bits arrive least significant first).
+void Deinterleave302Exact24Plain(uint32_t *stereo32, const uint8_t *g, size_t stride, size_t frames) {
+  for (size_t f = 0; f < frames; ++f, g += stride) {
+    stereo32[2 * f] = Reverse(g[0]) << 8 | Reverse(g[1]) << 16 | Reverse(g[2]) << 24;
+    stereo32[2 * f + 1] = Reverse(g[3] & 0x0F) << 4 | Reverse(g[4]) << 12 | Reverse(g[5]) << 20 |
+                          Reverse(g[6] & 0xF0) << 28;
+  }
+}
 
 }  // namespace
 }  // namespace kvaudio::transport
@@ -85,6 +97,18 @@ uint64_t KVAudioDeinterleaveAES_302_24bit_toStereo32(uint32_t *stereo32, const u
                           Reverse(g[6] & 0xF0) << 28;
   }
   return frames ? frames * channels * 4 : 0;
+}
+
+uint64_t KVAudioDeinterleaveAES_302_24bitExact_toStereo32(uint32_t *stereo32, const uint8_t *buffer,
+                                                           uint32_t channels, uint32_t channel, uint32_t frames) {
+  if (!stereo32 || !buffer || channels < 2) return 0;
+  const size_t groupBytes = kGroup24to32.bytes, stride = size_t{channels / 2} * groupBytes;
+  const uint8_t *g = buffer + kHeaderBytes + size_t{channel / 2} * groupBytes;
+  size_t done = 0;
+  if (frames >= 8 && stride * 8 < (size_t{1} << 31) && KVAudioCPUHasAVX2())
+    done = Deinterleave302Exact24Avx2(stereo32, g, stride, frames);
+  Deinterleave302Exact24Plain(stereo32 + 2 * done, g + done * stride, stride, frames - done);
+  return frames ? uint64_t{frames} * channels * 4 : 0;
 }
 
 }  // extern "C"

@@ -111,7 +111,8 @@ TEST_F(Cli, EveryCommandHasHelpAndUsageErrorsExitTwo) {
     EXPECT_EQ(help.code, 0) << cmd;
     EXPECT_NE(help.out.find("Usage"), std::string::npos) << cmd;
   }
-  for (const char *bad : {"", "loudness", "gen tone", "gen hum x.wav", "loudness x.wav --bogus",
+  EXPECT_NE(Kvaudio("bogus x.wav").err.find("unknown subcommand 'bogus'"), std::string::npos);
+  for (const char *bad : {"", "bogus x.wav", "loudness", "gen tone", "gen hum x.wav", "loudness x.wav --bogus",
                           "ltc encode x.wav --fps 23.976", "qc x.wav --fps 31", "loudness x.wav --standard 9"}) {
     Result run = Kvaudio(bad);
     EXPECT_EQ(run.code, 2) << bad;
@@ -322,7 +323,7 @@ TEST_F(Cli, QcFindsInjectedFaultsAtTheirFrames) {
     double gain = 1 + 19 * std::min(1.0, edge / 48.0);
     for (int c = 0; c < 2; ++c) s[c] = int16_t(std::clamp(std::lround(s[c] * gain), -32767L, 32767L));
   });
-  frames(200, 25, [](int16_t *s, size_t) { s[0] = s[1] = 0; });
+  frames(200, 63, [](int16_t *s, size_t) { s[0] = s[1] = 0; });  // 2.5 s: past the 2 s minimum
   pcm[size_t(300) * kPerFrame * 2 + 7 * 2] = 30000;  // one-sample click on channel 1
   frames(350, 25, [](int16_t *s, size_t) { s[1] = 0; });     // channel 2 lost for a second
   WriteWav("faults.wav", kRate, 2, pcm);
@@ -337,16 +338,22 @@ TEST_F(Cli, QcFindsInjectedFaultsAtTheirFrames) {
     found.insert(e["name"].get<std::string>() + " " + e["startTimecode"].get<std::string>() + "-" +
                  e["endTimecode"].get<std::string>() + " " + e["channels"].dump());
   const std::set<std::string> expected = {
-      "clipping 10:00:04:00-10:00:04:04 [1,2]",        "near-clip 10:00:04:00-10:00:04:04 [1,2]",
-      "programme-silence 10:00:08:00-10:00:08:24 [1,2]", "click 10:00:12:00-10:00:12:00 [1]",
-      "missing-channel 10:00:14:00-10:00:14:24 [2]",   "channel-silence 10:00:14:00-10:00:14:24 [2]"};
+      "clipping 10:00:04:00-10:00:05:04 [1,2]",        "near-clip 10:00:04:00-10:00:04:04 [1,2]",
+      "programme-silence 10:00:08:00-10:00:10:12 [1,2]", "dropout 10:00:08:00-10:00:08:00 [1,2]",
+      "click 10:00:12:00-10:00:12:00 [1]",             "dropout 10:00:14:00-10:00:14:00 [2]",
+      "missing-channel 10:00:14:00-10:00:16:24 [2]"};
   EXPECT_EQ(found, expected);
+  // The broadcast profile: a cut to silence is also a dropout; clipping and a missing channel
+  // keep their event open 1 s and 2 s past the fault; a lost channel is channel silence only
+  // after 5 s, which --profile engine (the engine's own 3 frames) brings down.
+  EXPECT_EQ(Kvaudio("qc faults.wav --fps 25 --json --profile engine --rules channel-silence").json()["events"].size(),
+            1u);
   // Rules chosen by --rules: only clipping remains.
   Json only = Kvaudio("qc faults.wav --fps 25 --json --rules clipping").json();
   ASSERT_EQ(only["events"].size(), 1u);
   EXPECT_EQ(only["events"][0]["rule"], 3);
   EXPECT_EQ(only["events"][0]["startSample"], 100 * kPerFrame);
-  EXPECT_EQ(only["events"][0]["endSample"], 105 * kPerFrame);
+  EXPECT_EQ(only["events"][0]["endSample"], 130 * kPerFrame);
 }
 
 // At 29.97 fps the frames follow the 1602/1601 cadence: a second of silence from frame 1800
@@ -356,7 +363,7 @@ TEST_F(Cli, QcCountsFractionalFramesAndDropFrameTimecode) {
   std::vector<int16_t> pcm = Sine(48000, 2, 0x3, 70, 3276.7);
   std::fill(pcm.begin() + long(kStart * 2), pcm.begin() + long(kEnd * 2), 0);
   WriteWav("ntsc.wav", 48000, 2, pcm);
-  Result run = Kvaudio("qc ntsc.wav --fps 29.97df --rules programme-silence --json");
+  Result run = Kvaudio("qc ntsc.wav --fps 29.97df --rules programme-silence --min programme-silence=1 --json");
   ASSERT_EQ(run.code, 1) << run.err;
   Json r = run.json();
   EXPECT_TRUE(r["libraryCadence"].get<bool>());
@@ -375,7 +382,7 @@ TEST_F(Cli, JsonFieldNamesAreStable) {
   ASSERT_EQ(Kvaudio("gen tone j.wav --duration 4").code, 0);
   ASSERT_EQ(Kvaudio("ltc encode l.wav --duration 1").code, 0);
   Json loud = Kvaudio("loudness j.wav --json --standard 1 --layout stereo1").json()["files"][0];
-  EXPECT_EQ(Keys(loud), "file format sampleRate channels frames duration layout integrated loudnessRange truePeak "
+  EXPECT_EQ(Keys(loud), "file format input sampleRate channels frames duration layout integrated loudnessRange truePeak "
                         "samplePeak momentaryMax shortTermMax channelTruePeak channelSamplePeak invalidSamples "
                         "compat standard violations");
   EXPECT_EQ(Keys(loud["compat"]), "meter analysis");
@@ -386,11 +393,11 @@ TEST_F(Cli, JsonFieldNamesAreStable) {
   EXPECT_EQ(Keys(loud["layout"]), "name id");
   Json ltc = Kvaudio("ltc decode l.wav --json").json();
   EXPECT_EQ(Keys(ltc), "file sampleRate channel frames");
-  EXPECT_EQ(Keys(ltc["frames"][0]), "timecode frameCount userBits dropFrame endSample endSeconds");
+  EXPECT_EQ(Keys(ltc["frames"][0]), "timecode frameCount userBits dropFrame endSample endSeconds programmeTimecode");
   Json av = Kvaudio("avsync detect j.wav --json").json();
   EXPECT_EQ(Keys(av), "file found score position seconds videoFrame timecode offsetMs");
   Json qc = Kvaudio("qc j.wav --json").json();
-  EXPECT_EQ(Keys(qc), "file format sampleRate channels fps libraryCadence report events");
+  EXPECT_EQ(Keys(qc), "file format input sampleRate channels fps libraryCadence report events startTimecode");
   EXPECT_EQ(Keys(qc["report"]), "frames samples integrated range truePeak maxMomentary maxShortTerm eventsPerRule "
                                 "totalEvents standard violations passed");
 }

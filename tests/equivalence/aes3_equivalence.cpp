@@ -49,6 +49,10 @@ const Member kMembers[] = {
      [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_32monoto32stereo(U32(i[0]), U32(o[0]), 0, n); }},
     {"Reinterleave32Right", {{4}, {8}, 4, 4},
      [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_32monoto32stereo(U32(i[0]), U32(o[0]), 1, n); }},
+    {"Smpte302Exact24Stereo", {{7}, {8}, 1, 4, 4},
+     [](In i, Out o, uint32_t n) { KVAudioDeinterleaveAES_302_24bitExact_toStereo32(U32(o[0]), i[0], 2, 0, n); }},
+    {"Smpte302Exact24Pair4Of8", {{28}, {8}, 1, 4, 4},
+     [](In i, Out o, uint32_t n) { KVAudioDeinterleaveAES_302_24bitExact_toStereo32(U32(o[0]), i[0], 8, 6, n); }},
 };
 
 class Aes3Equivalence : public testing::TestWithParam<Member> {};

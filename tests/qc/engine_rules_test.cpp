@@ -58,6 +58,7 @@ struct Case {
   std::function<void(kvaudqcConfig &)> setup = [](kvaudqcConfig &) {};
   uint64_t total = 40;  // frames in the clip
   uint64_t lag = 0;     // 0: exact; else a reading over a window: start and end up to lag frames late
+  uint64_t tail = 0;    // frames a bridged rule's event runs on past the fault (to the clip's end)
 
   Outcome Run(const Change &change, uint32_t bits = 16) const {
     kvaudqcConfig config{};
@@ -72,8 +73,8 @@ struct Case {
 const Case kCases[] = {
     {"ProgrammeSilence", 1, 10, 10, Scale(0, 0), Scale(0.025, 0.025)},
     {"ChannelSilence", 2, 10, 5, Scale(1, 0), Scale(1, 0.025)},
-    {"Clipping", 3, 10, 1, SetLeft(100, 4, 1.0), SetLeft(100, 1, 1.0)},
-    {"PhaseInversion", 4, 10, 5, RightFromLeft(-1.0), RightFromLeft(-0.05)},
+    {"Clipping", 3, 10, 1, SetLeft(100, 4, 1.0), SetLeft(100, 1, 1.0), [](kvaudqcConfig &) {}, 40, 0, 25},
+    {"PhaseInversion", 4, 10, 5, RightFromLeft(-1.0), RightFromLeft(-0.05), [](kvaudqcConfig &) {}, 40, 0, 25},
     {"LoudnessTarget", 5, 200, 100, Scale(4, 4), Scale(1.12, 1.12),
      [](kvaudqcConfig &c) { c.limits[4] = -20.0, c.limits[5] = 2.0; }, 500, 75},
     {"TruePeak", 6, 10, 1, SetLeft(100, 1, 0.95), SetLeft(100, 1, 0.85), [](kvaudqcConfig &c) { c.flags = 15 | 32; }},
@@ -81,15 +82,17 @@ const Case kCases[] = {
      [](kvaudqcConfig &c) { c.flags = 15 | 32; }, 40, 1},
     {"MomentaryMax", 7, 200, 100, Scale(4, 4), Scale(1.41, 1.41), [](kvaudqcConfig &c) { c.limits[7] = -15.0; }, 500, 75},
     {"ShortTermMax", 8, 200, 100, Scale(4, 4), Scale(1.41, 1.41), [](kvaudqcConfig &c) { c.limits[8] = -15.0; }, 500, 75},
-    {"Click", 9, 10, 1, AddLeft({200}, 0.78), AddLeft({200}, 0.6)},
-    {"Crackle", 10, 10, 1, AddLeft({100, 300, 500, 700}, 0.6), AddLeft({100}, 0.6)},
+    // A single-sample step of a makes second differences a, -2a, a.
+    {"Click", 9, 10, 1, AddLeft({200}, 0.78), AddLeft({200}, 0.3)},
+    {"Crackle", 10, 10, 1, AddLeft({100, 300, 500, 700}, 0.6), AddLeft({100}, 0.4)},
     {"LevelImbalance", 11, 10, 5, Scale(1, 0.316), Scale(1, 0.56)},
     {"DcOffset", 12, 10, 1, Dc(0.25), Dc(0.15)},
     {"Dropout", 13, 10, 1, SetLeft(500, 30, 0.0), SetLeft(500, 10, 0.0)},
-    {"DualMono", 14, 10, 5, RightFromLeft(1.0), RightFromLeft(0.9, 0.3)},
+    {"DropoutToNoise", 13, 10, 1, Scale(1e-5, 1), Scale(0.01, 1)},  // to -120 dBFS, not to -60
+    {"DualMono", 14, 10, 5, RightFromLeft(1.0), RightFromLeft(0.9, 0.3), [](kvaudqcConfig &) {}, 40, 0, 25},
     {"LowLevel", 15, 10, 5, Scale(0.05, 0.05), Scale(0.3, 0.3)},
     {"NearClip", 16, 10, 1, SetLeft(100, 1, 0.97), SetLeft(100, 1, 0.9)},
-    {"MissingChannel", 17, 10, 5, Scale(1, 0.005), Scale(1, 0.025)},
+    {"MissingChannel", 17, 10, 5, Scale(1, 0.005), Scale(1, 0.025), [](kvaudqcConfig &) {}, 40, 0, 25},
     {"LoudnessRange", 18, 250, 500, Alternate(0.1), Alternate(0.8), [](kvaudqcConfig &c) { c.limits[6] = 5.0; }, 750, 150},
 };
 
@@ -108,7 +111,7 @@ TEST_P(EngineRule, FaultRaisesOneEventWhereItIs) {
   EXPECT_GT(e.channelMask, 0u);
   if (c.lag == 0) {
     EXPECT_EQ(e.startA, c.first);
-    EXPECT_EQ(e.frames, c.count);
+    EXPECT_EQ(e.frames, c.count + c.tail);
   } else {
     EXPECT_GE(e.startA, c.first);
     EXPECT_LE(e.startA, c.first + c.lag);
@@ -137,7 +140,7 @@ INSTANTIATE_TEST_SUITE_P(All, EngineRule, ::testing::ValuesIn(kCases),
 // narrows to single rules.
 TEST(EngineRule, FlagsAndRuleMaskSelectRules) {
   const Fault faults = [](uint64_t i, Frame &f) {
-    if (i >= 10 && i < 20) Scale(0, 0)(0, f);
+    if (i >= 10 && i < 20) Scale(0, 0)(0, f);  // programme silence, its start a dropout
     if (i == 30) AddLeft({200}, 0.78)(0, f);
   };
   auto bits = [](std::initializer_list<uint32_t> rules) {
@@ -151,7 +154,7 @@ TEST(EngineRule, FlagsAndRuleMaskSelectRules) {
     uint32_t flags, mask;
     std::set<uint32_t> rules;  // rules with events
     uint32_t enabled;          // rules whose detect record is live
-  } cases[] = {{15, 0, {1, 9}, 0x3FFFF},     {1, 0, {1}, 1},          {8, 0, {9}, samples},
+  } cases[] = {{15, 0, {1, 9, 13}, 0x3FFFF}, {1, 0, {1}, 1},          {8, 0, {9, 13}, samples},
                {15, 1u << 8, {9}, 1u << 8}, {6, 0, {}, level | loudness}, {2, 1, {}, 0}};
   for (const auto &c : cases) {
     kvaudqcConfig config{};

@@ -68,6 +68,8 @@ struct QcSettings {
   uint32_t standard = 0;
   uint32_t rules = 0;       // bit r-1 runs rule r; 0 runs every rule
   uint64_t startFrame = 0;  // timecode of the first frame, as a frame count
+  std::string profile = "broadcast";           // "broadcast" or "engine" (the engine's own defaults)
+  std::vector<std::pair<uint32_t, double>> minSeconds;  // per rule, overriding the profile
 };
 
 struct QcResult {

@@ -1,4 +1,5 @@
-// Audio files through libsndfile: a reader that checks what it gets and a writer chosen by suffix.
+// Audio input from any media file FFmpeg's libraries read (WAV/BWF, MXF, MOV/MP4, MKV, MPEG-TS
+// with SMPTE 302M, FLAC, MP3 ...), and audio files written through libsndfile.
 #pragma once
 
 #include <sndfile.h>
@@ -6,8 +7,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace kvtool {
 
@@ -17,17 +23,41 @@ struct AudioInfo {
   uint64_t frames = 0;    // sample periods
   uint32_t bits = 0;      // bits of the stored samples; 32 for floating point
   bool floating = false;  // float or double samples
-  std::string format;     // e.g. "WAV PCM 24-bit"
+  std::string format;     // e.g. "WAV PCM 24-bit", "MXF 8 streams PCM 24-bit"
+  std::string taken;      // what was read: "stream 1 ch 1 + stream 2 ch 1 ..."
+  std::string channelLayout;  // the file's layout, e.g. "5.1(side)", "FL+FR+LFE"; empty if unknown
+  uint64_t channelMask = 0;   // the same as a WAV/AVChannelLayout speaker mask (0 if unknown)
+  std::string timecode;       // start timecode the file carries ("10:00:00:00"); empty if none
+  uint64_t timeReference = 0; // BWF time reference: sample periods since midnight (0 if none)
+  bool hasTimeReference = false;
+  std::string frameRate;      // frame-rate name of the file's video ("25", "29.97df"); empty if none
+  bool exactLength = true;    // `frames` is what the container declares, not an estimate
+  std::string layout;         // QC layout name of the file's speaker mask ("5.1", "7.1-ext"), else empty
   double Seconds() const { return rate ? double(frames) / rate : 0.0; }
   bool Wide() const { return bits > 16; }  // kept as 32-bit samples, else as 16-bit
 };
 
+// Which audio the reader takes: audio streams by number from 1 (default all, in stream order)
+// and channels of the combined programme by number from 1 (default all).
+struct InputSelection {
+  std::vector<uint32_t> streams;
+  std::vector<uint32_t> channels;
+};
+
+// Adds --stream and --channels to a subcommand.
+void AddInputOptions(CLI::App *cmd, InputSelection *selection);
+
 // Reads a whole file or blocks of it as interleaved 16- or 32-bit signed samples (left-justified;
-// floating point scaled to full scale and clipped) or as float (full scale 1.0, not clipped).
-// Every failure, a file shorter than its header promises included, is a ToolError naming the file.
+// floating point scaled to full scale and clipped) or as float (full scale 1.0, not clipped),
+// decoding in blocks with constant memory. Every failure, a file shorter than its header promises
+// included, is a ToolError naming the file.
+struct StreamQueue;
+
 class AudioReader {
  public:
-  explicit AudioReader(const std::string &path);
+  explicit AudioReader(const std::string &path, const InputSelection &selection = {});
+  // The same from `size` bytes in memory that outlive the reader; `name` stands in errors.
+  AudioReader(const std::string &name, const uint8_t *bytes, size_t size, const InputSelection &selection = {});
   ~AudioReader();
   AudioReader(const AudioReader &) = delete;
   AudioReader &operator=(const AudioReader &) = delete;
@@ -42,14 +72,28 @@ class AudioReader {
   void Require(uint32_t maxChannels, uint32_t minRate, uint32_t maxRate = UINT32_MAX) const;
 
  private:
-  size_t Account(sf_count_t got, size_t asked);
+  struct Media;
+  void Open(const InputSelection &selection);
+  size_t Fill(size_t frames);
+  void Append302(StreamQueue &q, const uint8_t *data, size_t size);  // decodes until `frames` periods are queued or the end; returns them
 
   std::string path_;
-  SNDFILE *file_ = nullptr;
+  std::unique_ptr<Media> media_;
   AudioInfo info_;
   uint64_t read_ = 0;
-  std::vector<float> floats_;  // a block of a floating-point file read as integers
+  std::vector<uint32_t> pair_;  // one channel pair of a 302M packet
 };
+
+// The programme's frame rate and first frame: --fps and --start when given, else the file's own,
+// else 25 fps from 00:00:00:00.
+struct ProgrammeTime {
+  std::string fps;
+  uint64_t startFrame = 0;
+};
+ProgrammeTime ProgrammeTimeOf(const AudioInfo &info, const std::string &fpsOption, const std::string &startOption);
+
+// "1 channel", "8 channels".
+std::string ChannelsText(uint32_t channels);
 
 // Float samples (full scale 1.0) as left-justified 32-bit integers: clipped at full scale, NaN 0.
 void FloatToInt32(const float *in, size_t count, int32_t *out);

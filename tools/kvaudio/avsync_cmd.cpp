@@ -24,7 +24,8 @@ struct InsertOptions {
 };
 
 struct DetectOptions {
-  std::string in, fps = "25";
+  std::string in, fps, start;  // default: the file's frame rate and timecode
+  InputSelection input;
   double from = 0, to = -1, threshold = 0, expectSeconds = -1;
   int64_t expectFrame = -1;
   bool json = false;
@@ -63,15 +64,18 @@ int RunInsert(const InsertOptions &opt) {
 }
 
 int RunDetect(const DetectOptions &opt) {
-  FrameRate fps = ParseFrameRate(opt.fps);
-  AudioReader reader(opt.in);
+  if (!opt.fps.empty()) ParseFrameRate(opt.fps);
+  AudioReader reader(opt.in, opt.input);
   reader.Require(64, kMinRate);
   const AudioInfo &info = reader.info();
+  const ProgrammeTime time = ProgrammeTimeOf(info, opt.fps, opt.start);
+  const FrameRate fps = ParseFrameRate(time.fps);
   uint64_t from = uint64_t(std::max(0.0, opt.from) * info.rate);
   uint64_t to = opt.to > 0 ? std::min<uint64_t>(uint64_t(opt.to * info.rate), info.frames) : info.frames;
   // The bar covers reading the file, then the search.
   Progress progress("avsync detect", info.frames + (to > from ? to - from : 0), info.Seconds());
   Pcm pcm = ReadPcm(reader, [&](uint64_t done) { progress.Update(done); });
+  to = opt.to > 0 ? std::min<uint64_t>(to, pcm.Frames()) : pcm.Frames();
   BurstResult r = DetectBurst(pcm, info.rate, from, to, opt.threshold, &progress);
   progress.Done();
 
@@ -84,13 +88,13 @@ int RunDetect(const DetectOptions &opt) {
     doc["position"] = r.found ? Json(r.position) : Json();
     doc["seconds"] = r.found ? Json(seconds) : Json();
     doc["videoFrame"] = r.found ? Json(videoFrame) : Json();
-    doc["timecode"] = r.found ? Json(FormatTimecode(videoFrame, fps)) : Json();
+    doc["timecode"] = r.found ? Json(FormatTimecode(time.startFrame + videoFrame, fps)) : Json();
     doc["offsetMs"] = r.found && expected >= 0 ? Json(offsetMs) : Json();
     PrintJson(doc);
   } else if (r.found) {
     std::printf("%s: burst at sample %llu (%s, frame %llu, %s at %s fps), score %.3f\n", opt.in.c_str(),
                 (unsigned long long)r.position, FormatSeconds(seconds).c_str(),
-                (unsigned long long)videoFrame, FormatTimecode(videoFrame, fps).c_str(), fps.name.c_str(),
+                (unsigned long long)videoFrame, FormatTimecode(time.startFrame + videoFrame, fps).c_str(), fps.name.c_str(),
                 r.score);
     if (expected >= 0)
       std::printf("  offset %+.2f ms (%+.2f frames) from the expected %s\n", offsetMs,
@@ -140,7 +144,10 @@ void AddAvsyncCommand(CLI::App &app, int *exitCode) {
   auto det = std::make_shared<DetectOptions>();
   CLI::App *d = av->add_subcommand("detect", "Find the burst; exit 1 when there is none");
   d->add_option("IN", det->in, "audio file")->required();
-  d->add_option("--fps", det->fps, "frame rate for the frame and timecode of the result (default 25)");
+  d->add_option("--fps", det->fps, "frame rate for the frame and timecode of the result "
+                                   "(default: the file's video, else 25)");
+  d->add_option("--start", det->start, "programme timecode of the first sample (default: the file's)");
+  AddInputOptions(d, &det->input);
   d->add_option("--expect-frame", det->expectFrame, "video frame where the burst belongs: prints the offset");
   d->add_option("--expect", det->expectSeconds, "seconds where the burst belongs: prints the offset");
   d->add_option("--from", det->from, "search from, seconds (default 0)");

@@ -94,7 +94,7 @@ Pcm MakeClip(const FrameRate &fps, std::vector<std::string> &faults) {
     double gain = 1 + 15 * std::min(1.0, edge / 48.0);
     for (int c = 0; c < 2; ++c) s[c] = int16_t(std::clamp(std::lround(s[c] * gain), -32767L, 32767L));
   });
-  span(12.0, 1.0, "silence", [](int16_t *s, uint64_t) { s[0] = s[1] = 0; });
+  span(12.0, 2.5, "silence", [](int16_t *s, uint64_t) { s[0] = s[1] = 0; });
   span(16.0, 1.0 / kRate, "click", [](int16_t *s, uint64_t) { s[0] = 30000; });
 
   std::vector<int16_t> ltc = EncodeLtc(kRate, fps, ParseTimecode(kLtcStart, fps), 0, kSeconds * 25, 0);
@@ -175,11 +175,20 @@ int RunDemo() {
   qc.fps = fps;
   qc.channels = kChannels;
   qc.layout = "stereo1";
-  qc.standard = 1;
+  // The rules of the injected faults: clipping, programme silence, click. The AV-sync burst is
+  // a test signal, and the loudness of a tone with a burst in it is not a fault of the clip.
+  const uint32_t injected[] = {3, 1, 9};
+  for (uint32_t rule : injected) qc.rules |= 1u << (rule - 1);
   MemorySource source(clip);
   QcResult result = RunQc(qc, source, clip.Frames(), nullptr);
-  std::printf("QC           %llu frames of channels 1-2, %u events (%.3f s):\n",
-              (unsigned long long)result.report.frames, result.report.totalEvents, Now() - start);
+  std::printf("QC           %llu frames of channels 1-2, rules %s, %s, %s: %u events (%.3f s):\n",
+              (unsigned long long)result.report.frames, RuleName(3), RuleName(1), RuleName(9),
+              result.report.totalEvents, Now() - start);
+  // Each fault is found once, at the frame it was injected (8 s, 12 s and 16 s).
+  bool found = result.events.size() == std::size(injected);
+  for (size_t i = 0; found && i < result.events.size(); ++i)
+    found = result.events[i].rule == injected[i] && result.events[i].startA == uint64_t((8 + 4 * i) * fps.Fps());
+  ok = ok && found;
   for (const kvaudqcEvent &e : result.events)
     std::printf("             %-19s %s - %s  channels %s\n", RuleName(e.rule),
                 FormatTimecode(e.startA, fps).c_str(), FormatTimecode(e.endA, fps).c_str(),

@@ -99,6 +99,7 @@ struct LoudnessOptions {
   std::vector<std::string> files;
   std::string layout, plot, standard = "0";
   bool json = false;
+  InputSelection input;
 };
 
 int RunLoudness(const LoudnessOptions &opt) {
@@ -108,7 +109,7 @@ int RunLoudness(const LoudnessOptions &opt) {
   Json reports = Json::array();
   for (const std::string &path : opt.files) {
     try {
-      AudioReader reader(path);
+      AudioReader reader(path, opt.input);
       reader.Require(KVAUDIO_LOUDNESS_MAX_CHANNELS, 8000, 192000);
       const AudioInfo &info = reader.info();
       kvaudqcLayout layout = LayoutFor(opt.layout, info.channels, path);
@@ -124,7 +125,7 @@ int RunLoudness(const LoudnessOptions &opt) {
       progress.Done();
       if (!result.violations.empty()) exitCode = std::max(exitCode, int(kExitFindings));
       if (!opt.plot.empty()) PlotLoudness(result, path, info.Seconds(), opt.plot);
-      Json doc{{"file", path},          {"format", info.format},
+      Json doc{{"file", path},          {"format", info.format}, {"input", info.taken},
                {"sampleRate", info.rate}, {"channels", info.channels},
                {"frames", info.frames},   {"duration", info.Seconds()},
                {"layout", layout.id ? Json{{"name", layout.name}, {"id", layout.id}} : Json()}};
@@ -133,8 +134,8 @@ int RunLoudness(const LoudnessOptions &opt) {
         reports.push_back(doc);
         continue;
       }
-      std::printf("%s: %s, %u Hz, %u channels, %s\n", path.c_str(), info.format.c_str(), info.rate,
-                  info.channels, FormatSeconds(info.Seconds()).c_str());
+      std::printf("%s: %s, %u Hz, %s (%s), %s\n", path.c_str(), info.format.c_str(), info.rate,
+                  ChannelsText(info.channels).c_str(), info.taken.c_str(), FormatSeconds(info.Seconds()).c_str());
       if (layout.id) std::printf("  Layout:               %s\n", layout.name);
       PrintLoudness(result);
     } catch (const ToolError &e) {
@@ -326,7 +327,8 @@ void AddLoudnessCommand(CLI::App &app, int *exitCode) {
   CLI::App *cmd = app.add_subcommand("loudness", "Loudness of audio files by BS.1770-4 / EBU R128: integrated, "
                                                  "loudness range, true peak, max momentary and short-term, "
                                                  "sample peak; compatibility readings; violations");
-  cmd->add_option("FILE", opt->files, "audio files (WAV, BWF/RF64, AIFF, FLAC)")->required();
+  cmd->add_option("FILE", opt->files, "audio or media files (WAV/BWF, FLAC, MXF, MOV/MP4, MKV, MPEG-TS ...)")->required();
+  AddInputOptions(cmd, &opt->input);
   cmd->add_option("--layout", opt->layout, "channel layout: stereo1..stereo8, 5.1[-smpte|-protools|-aac|"
                                            "-dts], 7.1[-smpte|-protools|-ext|-dolby]");
   cmd->add_option("--standard", opt->standard, "delivery standard to check: " + StandardHelp() + " (default)");

@@ -36,8 +36,9 @@ struct EncodeOptions {
 };
 
 struct DecodeOptions {
-  std::string in, channel = "left", fps = "30";
+  std::string in, channel = "left", fps = "30", start;
   bool json = false;
+  InputSelection input;
 };
 
 // Duration text: seconds ("10", "2.5"), frames ("250f") or a timecode ("00:01:00:00").
@@ -68,8 +69,15 @@ int RunEncode(const EncodeOptions &opt) {
 
 int RunDecode(const DecodeOptions &opt) {
   FrameRate fps = ParseFrameRate(opt.fps);
-  AudioReader reader(opt.in);
+  AudioReader reader(opt.in, opt.input);
   const AudioInfo &info = reader.info();
+  // Where each LTC frame ends on the programme's own timecode (the file's rate and start).
+  const ProgrammeTime time = ProgrammeTimeOf(info, "", opt.start);
+  const FrameRate programmeFps = ParseFrameRate(time.fps);
+  auto programme = [&](uint64_t sample) {
+    return FormatTimecode(time.startFrame + sample * programmeFps.numerator /
+                                                (uint64_t(programmeFps.denominator) * info.rate), programmeFps);
+  };
   RequireLtcRate(info.rate, opt.in);
   uint32_t channel = opt.channel == "left" ? 0 : opt.channel == "right" ? 1 : 0;
   if (opt.channel != "left" && opt.channel != "right") {
@@ -99,16 +107,18 @@ int RunDecode(const DecodeOptions &opt) {
                           {"userBits", f.userBits},
                           {"dropFrame", f.flags == 4},
                           {"endSample", f.endSample},
-                          {"endSeconds", double(f.endSample) / info.rate}});
+                          {"endSeconds", double(f.endSample) / info.rate},
+                          {"programmeTimecode", programme(f.endSample)}});
     PrintJson(Json{{"file", opt.in}, {"sampleRate", info.rate}, {"channel", channel + 1},
                    {"frames", list}});
   } else {
     for (const LtcFrame &f : frames) {
       char ub[16];
       std::snprintf(ub, sizeof(ub), "%08X", f.userBits);
-      std::printf("%s  user %s  ends %s (sample %llu)\n", f.valid ? LtcTimecode(f).c_str() : "invalid    ",
-                  ub, FormatSeconds(double(f.endSample) / info.rate).c_str(),
-                  (unsigned long long)f.endSample);
+      std::printf("%s  user %s  ends %s (sample %llu, programme %s)\n",
+                  f.valid ? LtcTimecode(f).c_str() : "invalid    ", ub,
+                  FormatSeconds(double(f.endSample) / info.rate).c_str(), (unsigned long long)f.endSample,
+                  programme(f.endSample).c_str());
     }
     if (frames.empty()) std::printf("%s: no LTC found on channel %u\n", opt.in.c_str(), channel + 1);
   }
@@ -199,6 +209,8 @@ void AddLtcCommand(CLI::App &app, int *exitCode) {
   d->add_option("--channel", dec->channel, "left (default), right, or a channel number from 1");
   d->add_option("--fps", dec->fps, "expected rate: 24, 25, 29.97, 29.97df or 30 (default 30, "
                                    "which reads every non-drop address)");
+  d->add_option("--start", dec->start, "programme timecode of the first sample (default: the file's)");
+  AddInputOptions(d, &dec->input);
   d->add_flag("--json", dec->json, "print JSON (see docs/cli.md)");
   d->callback([dec, exitCode] { *exitCode = RunDecode(*dec); });
 }

@@ -34,6 +34,11 @@ int main(int argc, char **argv) {
   } catch (const CLI::Success &e) {
     return app.exit(e);  // --help and --version
   } catch (const CLI::Error &e) {
+    // A word where the subcommand belongs is named rather than reported as a missing subcommand.
+    if (argc > 1 && argv[1][0] != '-' && app.get_subcommands().empty()) {
+      std::fprintf(stderr, "kvaudio: unknown subcommand '%s' (see --help)\n", argv[1]);
+      return kExitError;
+    }
     std::fprintf(stderr, "kvaudio: %s (see --help)\n", e.what());
     return kExitError;
   } catch (const ToolError &e) {

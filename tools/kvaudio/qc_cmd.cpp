@@ -2,6 +2,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <bit>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -18,9 +20,11 @@ namespace {
 constexpr uint32_t kRules = 18;
 
 struct QcOptions {
-  std::string file, fps = "25", layout, loudnessLayout, startTimecode = "00:00:00:00", plot, standard = "0";
-  std::vector<std::string> rules;
+  std::string file, fps, layout, loudnessLayout, startTimecode, plot, standard = "0";  // fps, start: the file's
+  std::vector<std::string> rules, minimums;
+  std::string profile = "broadcast";
   bool json = false;
+  InputSelection input;
 };
 
 // Reads the file's periods straight into the engine's frame buffer.
@@ -49,23 +53,81 @@ uint32_t RuleMask(const std::vector<std::string> &rules) {
   return mask;
 }
 
+// RULE=SECONDS pairs of --min.
+std::vector<std::pair<uint32_t, double>> Minimums(const std::vector<std::string> &items) {
+  std::vector<std::pair<uint32_t, double>> out;
+  for (const std::string &item : items) {
+    const size_t eq = item.find('=');
+    if (eq == std::string::npos) throw ToolError("--min takes RULE=SECONDS, not '" + item + "'");
+    const uint32_t mask = RuleMask({item.substr(0, eq)});
+    double seconds = 0.0;
+    try {
+      seconds = std::stod(item.substr(eq + 1));
+    } catch (const std::exception &) {
+      throw ToolError("--min: '" + item.substr(eq + 1) + "' is not a number of seconds");
+    }
+    if (!(seconds >= 0.0 && seconds <= 3600.0)) throw ToolError("--min: seconds must be 0 to 3600");
+    out.emplace_back(static_cast<uint32_t>(std::countr_zero(mask)) + 1, seconds);
+  }
+  return out;
+}
+
+// The broadcast profile: minimum durations that pass speech pauses and panned notes, and levels
+// that tell room tone from lost signal. Rules not listed keep the engine's defaults.
+struct ProfileEntry {
+  uint32_t rule;
+  double seconds;  // minimum duration
+};
+constexpr ProfileEntry kBroadcastMinimums[] = {
+    {1, 2.0},   // programme silence: longer than a pause between items
+    {2, 5.0},   // channel silence
+    {4, 0.2},   // phase inversion
+    {11, 10.0}, // level imbalance: a mix leaning one way for ten seconds, not a panned note
+    {12, 1.0},  // DC offset
+    {14, 10.0}, // dual mono
+    {15, 10.0}, // low level
+    {17, 1.0},  // missing channel
+};
+
+void ApplyProfile(const QcSettings &s, kvaudqcConfig &config) {
+  const double fps = s.fps.Fps();
+  auto frames = [fps](double seconds) { return std::max<uint32_t>(1, uint32_t(std::ceil(seconds * fps - 1e-9))); };
+  if (s.profile == "broadcast") {
+    for (const ProfileEntry &e : kBroadcastMinimums) config.ruleSettings[e.rule] = frames(e.seconds);
+    config.limits[1] = -70.0;    // programme silence: below room tone
+    config.limits[9] = -70.0;    // channel silence
+    config.limits[16] = -70.0;   // low level covers -70 to -40 dBFS
+    config.limits[11] = 0.2;     // click: second difference of 0.2 FS, a 0.1 FS single-sample step
+    config.limits[13] = 0.005;   // DC offset: -46 dBFS
+    config.limits[22] = -100.0;  // missing channel: below any room tone, above dither
+  } else if (s.profile != "engine") {
+    throw ToolError("unknown profile '" + s.profile + "' (broadcast or engine)");
+  }
+  for (const auto &[rule, seconds] : s.minSeconds) config.ruleSettings[rule] = frames(seconds);
+}
+
 void CopyName(char (&field)[64], const std::string &name) {
   std::strncpy(field, name.c_str(), sizeof(field) - 1);
 }
 
 int RunQcCommand(const QcOptions &opt) {
   QcSettings s;
-  s.fps = ParseFrameRate(opt.fps);
+  if (!opt.fps.empty()) ParseFrameRate(opt.fps);
   s.standard = ParseStandard(opt.standard);
-  s.startFrame = ParseTimecode(opt.startTimecode, s.fps);
   s.rules = RuleMask(opt.rules);
-  AudioReader reader(opt.file);
+  s.profile = opt.profile;
+  s.minSeconds = Minimums(opt.minimums);
+  AudioReader reader(opt.file, opt.input);
   reader.Require(64, 8000);
   const AudioInfo &info = reader.info();
+  const ProgrammeTime time = ProgrammeTimeOf(info, opt.fps, opt.startTimecode);
+  s.fps = ParseFrameRate(time.fps);
+  s.startFrame = time.startFrame;
   s.rate = info.rate;
   s.channels = info.channels;
   s.bits = info.Wide() ? 32 : 16;
-  s.layout = opt.layout.empty() ? "" : LayoutFor(opt.layout, info.channels, opt.file).name;
+  const std::string layout = opt.layout.empty() ? info.layout : opt.layout;
+  s.layout = layout.empty() ? "" : LayoutFor(layout, info.channels, opt.file).name;
   s.loudnessLayout = opt.loudnessLayout.empty() ? "" : LayoutFor(opt.loudnessLayout, info.channels, opt.file).name;
 
   FileSource source(reader);
@@ -74,12 +136,14 @@ int RunQcCommand(const QcOptions &opt) {
   progress.Done();
   if (!opt.plot.empty()) PlotQc(result, s, opt.file, info.Seconds(), opt.plot);
   if (opt.json) {
-    Json doc{{"file", opt.file}, {"format", info.format}};
+    Json doc{{"file", opt.file}, {"format", info.format}, {"input", info.taken}};
     doc.update(QcJson(result, s));
+    doc["startTimecode"] = FormatTimecode(s.startFrame, s.fps);
     PrintJson(doc);
   } else {
-    std::printf("%s: %s, %u Hz, %u channels, %s fps, %s\n", opt.file.c_str(), info.format.c_str(), info.rate,
-                info.channels, s.fps.name.c_str(), FormatSeconds(info.Seconds()).c_str());
+    std::printf("%s: %s, %u Hz, %s (%s), %s fps from %s, %s\n", opt.file.c_str(), info.format.c_str(), info.rate,
+                ChannelsText(info.channels).c_str(), info.taken.c_str(), s.fps.name.c_str(),
+                FormatTimecode(s.startFrame, s.fps).c_str(), FormatSeconds(info.Seconds()).c_str());
     PrintQc(result, s);
   }
   return result.report.passed && result.events.empty() ? kExitClean : kExitFindings;
@@ -103,6 +167,7 @@ QcResult RunQc(const QcSettings &s, PcmSource &source, uint64_t totalFrames, Pro
   config.bitsPerSample = s.bits;
   config.standard = s.standard;
   config.reservedA[0] = s.rules;  // the engine's rule selection; 0 runs every rule
+  ApplyProfile(s, config);
   CopyName(config.layoutName, s.layout);
   CopyName(config.loudnessLayoutName, s.loudnessLayout);
   std::unique_ptr<kvqcAudioEngine, int32_t (*)(kvqcAudioEngine *)> engine(kvqcAudioOpen(&config),
@@ -221,13 +286,18 @@ void AddQcCommand(CLI::App &app, int *exitCode) {
   auto opt = std::make_shared<QcOptions>();
   CLI::App *cmd = app.add_subcommand("qc", "Run the QC engine frame by frame: events with timecode "
                                            "and a report; exit 1 when anything is found");
-  cmd->add_option("FILE", opt->file, "audio file")->required();
-  cmd->add_option("--fps", opt->fps, std::string("video frame rate: ") + FrameRateNames() + " (default 25)");
+  cmd->add_option("FILE", opt->file, "audio or media file (WAV, MXF, MOV/MP4, MKV, MPEG-TS ...)")->required();
+  cmd->add_option("--fps", opt->fps, std::string("video frame rate: ") + FrameRateNames() +
+                                  " (default: the file's video, else 25)");
   cmd->add_option("--layout", opt->layout, "programme layout (stereo1..8, 5.1..., 7.1...)");
   cmd->add_option("--loudness-layout", opt->loudnessLayout, "layout the loudness is measured on");
   cmd->add_option("--standard", opt->standard, "delivery standard: " + StandardHelp() + " (default)");
+  cmd->add_option("--profile", opt->profile, "rule settings: broadcast (default) or engine (see docs/qc.md)");
+  cmd->add_option("--min", opt->minimums, "minimum duration of a rule, RULE=SECONDS (repeatable)")
+      ->delimiter(',');
   cmd->add_option("--rules", opt->rules, "only these rules, by number or name (default all)")->delimiter(',');
-  cmd->add_option("--start", opt->startTimecode, "timecode of the first frame (default 00:00:00:00)");
+  cmd->add_option("--start", opt->startTimecode, "timecode of the first frame (default: the file's, else 00:00:00:00)");
+  AddInputOptions(cmd, &opt->input);
   cmd->add_flag("--json", opt->json, "print JSON (see docs/cli.md)");
   cmd->add_option("--plot", opt->plot, "write loudness and the events on a timeline as an SVG file");
   cmd->callback([opt, exitCode] { *exitCode = RunQcCommand(*opt); });

@@ -10,7 +10,7 @@
 namespace kvtool {
 namespace {
 
-constexpr FrameRate kRates[] = {
+const FrameRate kRates[] = {  // not constexpr: clang 14 with libstdc++ 12 has no constexpr std::string
     {"23.976", 24000, 1001, 24, 23, false}, {"24", 24, 1, 24, 24, false},
     {"25", 25, 1, 25, 25, false},           {"29.97", 30000, 1001, 30, 29, false},
     {"29.97df", 30000, 1001, 30, 29, true}, {"30", 30, 1, 30, 30, false},
