@@ -86,6 +86,9 @@ var rules=[];D.events.forEach(function(e){if(rules.indexOf(e.rule)<0)rules.push(
 function col(r){return COL[rules.indexOf(r)%COL.length];}
 var names={};D.events.forEach(function(e){names[e.rule]=e.name;});
 var T=Math.max(D.seconds,0.1),v0=0,v1=T,sel=-1;
+// "#view=A-B" in the address opens the timeline on seconds A to B (a link to a passage).
+var hv=/view=([\d.]+)-([\d.]+)/.exec(location.hash);
+if(hv&&+hv[2]>+hv[1]){v0=Math.max(0,+hv[1]);v1=Math.min(T,+hv[2]);}
 var L=150,R=44,LH=200,PH=70,RH=18,top=10,GAP=22;
 function el(n,a,p){var x=document.createElementNS(NS,n);for(var k in a)x.setAttribute(k,a[k]);if(p)p.appendChild(x);return x;}
 function tc(s){var h=Math.floor(s/3600),m=Math.floor(s/60)%60,x=s-60*Math.floor(s/60);
@@ -134,6 +137,7 @@ function draw(){
   b.addEventListener('click',function(ev){ev.stopPropagation();show(i);});
   el('title',{},b).textContent=e.name+' '+e.in+' - '+e.out;});
  var ay=ry0+Math.max(1,rules.length)*RH+4;el('line',{x1:L,x2:W-R,y1:ay,y2:ay,stroke:'#8a93a3'},s);
+ el('text',{x:8,y:ay+18},s).textContent='time from start';
  var span=v1-v0,steps=[0.1,0.2,0.5,1,2,5,10,15,30,60,120,300,600,900,1800,3600],st=steps[steps.length-1];
  for(var q=0;q<steps.length;q++)if(span/steps[q]<=(W-L-R)/110){st=steps[q];break;}
  for(var t=Math.ceil(v0/st)*st;t<=v1+1e-9;t+=st){var px=x(t);el('line',{x1:px,x2:px,y1:ay,y2:ay+5,stroke:'#8a93a3'},s);
