@@ -13,3 +13,8 @@ endif()
 # The tool's frame-rate and timecode arithmetic is also tested directly.
 target_sources(cli_tests PRIVATE ${PROJECT_SOURCE_DIR}/tools/kvaudio/timebase.cpp)
 target_include_directories(cli_tests PRIVATE ${PROJECT_SOURCE_DIR}/tools/kvaudio)
+# The HTML reports are opened in headless Chromium when it is installed.
+find_program(KVAUDIO_CHROMIUM NAMES chromium chromium-browser)
+if(KVAUDIO_CHROMIUM)
+  target_compile_definitions(cli_tests PRIVATE KVAUDIO_CHROMIUM="${KVAUDIO_CHROMIUM}")
+endif()

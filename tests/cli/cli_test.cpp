@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <map>
+#include <regex>
 #include <fstream>
 #include <set>
 #include <string>
@@ -483,6 +485,72 @@ TEST_F(Cli, PlotsRenderAsSvg) {
     EXPECT_EQ(std::system(command.c_str()), 0) << svg;
     EXPECT_GT(fs::exists(png) ? fs::file_size(png) : 0, 1000u) << svg;
   }
+#endif
+}
+
+// The reports of a batch and of the demo load in a browser without a script error, and their
+// event rows and timeline bars are the events of the JSON of the same run; -j 1 prints the same.
+TEST_F(Cli, QcReportsOpenInABrowserAndMatchTheJson) {
+#ifndef KVAUDIO_CHROMIUM
+  GTEST_SKIP() << "chromium not found";
+#else
+  std::vector<int16_t> pcm = Sine(48000, 2, 0x3, 20, 3276.7);
+  std::fill(pcm.begin() + 2 * 48000 * 5, pcm.begin() + 2 * 48000 * 7, 0);
+  pcm[2 * 48000 * 12] = 30000;
+  WriteWav("r1.wav", 48000, 2, pcm);
+  WriteWav("r2.wav", 48000, 2, Sine(48000, 2, 0x1, 8, 3276.7));
+  const std::string args = "qc r1.wav r2.wav --json --start 10:00:00:00 --report rep --standard 1 -j ";
+  Result run = Kvaudio(args + "2");
+  ASSERT_EQ(run.code, 1) << run.err;
+  EXPECT_EQ(Kvaudio(args + "1").out, run.out);
+  ASSERT_EQ(Kvaudio("demo --report demo.html").code, 0);
+  // Chromium's DOM after the page's script has run; a screenshot of the first page.
+  auto open = [](const std::string &page, bool shot) {
+    std::string flags = "timeout 90 '" KVAUDIO_CHROMIUM "' --headless --disable-gpu --no-sandbox "
+                        "--user-data-dir='" + Path("chrome") + "' --virtual-time-budget=5000 ";
+    if (shot) std::system((flags + "--window-size=1400,1100 --screenshot='" + Path("report.png") + "' 'file://" +
+                           Path(page) + "' >/dev/null 2>&1").c_str());
+    std::string dom;
+    FILE *pipe = popen((flags + "--dump-dom 'file://" + Path(page) + "' 2>/dev/null").c_str(), "r");
+    char buf[4096];
+    for (size_t n; (n = fread(buf, 1, sizeof(buf), pipe)) > 0;) dom.append(buf, n);
+    pclose(pipe);
+    return dom;
+  };
+  Json files = run.json()["files"];
+  std::vector<std::pair<std::string, Json>> pages = {{"rep/r1.wav.html", files[0]}, {"rep/r2.wav.html", files[1]},
+                                                     {"demo.html", Json()}};
+  const std::regex row("<tr class=\"ev-row[^\"]*\" data-i=\"\\d+\"><td class=\"num\">(\\d+)</td><td><span[^>]*>"
+                       "</span>([^<]*)</td><td>([^<]*)</td><td>([^<]*)</td>");
+  const std::regex bar("class=\"ev-bar\" data-i=\"\\d+\" data-rule=\"(\\d+)\"");
+  for (const auto &[page, json] : pages) {
+    std::string dom = open(page, page == pages[0].first);
+    EXPECT_NE(dom.find("data-ready=\"1\""), std::string::npos) << page;
+    EXPECT_NE(dom.find("<pre id=\"errors\"></pre>"), std::string::npos) << page;
+    std::multiset<std::string> rows, expected;
+    std::map<int, int> bars, rules;
+    for (std::sregex_iterator m(dom.begin(), dom.end(), row), end; m != end; ++m)
+      rows.insert((*m)[1].str() + " " + (*m)[2].str() + " " + (*m)[3].str() + " " + (*m)[4].str());
+    for (std::sregex_iterator m(dom.begin(), dom.end(), bar), end; m != end; ++m) ++bars[std::stoi((*m)[1])];
+    if (json.is_null()) {  // the demo clip has its faults, each a row and a bar
+      int total = 0;
+      for (const auto &[rule, n] : bars) total += n;
+      EXPECT_GE(rows.size(), 3u) << page;
+      EXPECT_EQ(size_t(total), rows.size()) << page;
+      continue;
+    }
+    for (const Json &e : json["events"]) {
+      expected.insert(e["rule"].dump() + " " + e["name"].get<std::string>() + " " +
+                      e["startTimecode"].get<std::string>() + " " + e["endTimecode"].get<std::string>());
+      ++rules[e["rule"].get<int>()];
+    }
+    EXPECT_EQ(rows, expected) << page;
+    EXPECT_EQ(bars, rules) << page;
+  }
+  EXPECT_GT(fs::exists(Path("report.png")) ? fs::file_size(Path("report.png")) : 0, 20000u);
+  std::string index = open("rep/index.html", false);
+  EXPECT_NE(index.find("href=\"r1.wav.html\""), std::string::npos);
+  EXPECT_NE(index.find("href=\"r2.wav.html\""), std::string::npos);
 #endif
 }
 

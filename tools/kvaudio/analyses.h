@@ -15,6 +15,7 @@
 namespace kvtool {
 
 class Progress;
+class ReportCollector;
 
 // ---- Loudness -------------------------------------------------------------------------------
 
@@ -79,7 +80,9 @@ struct QcResult {
   bool libraryCadence = false;
 };
 
-QcResult RunQc(const QcSettings &settings, PcmSource &source, uint64_t totalFrames, Progress *progress);
+// `collector`, when given, also gathers what an HTML report shows.
+QcResult RunQc(const QcSettings &settings, PcmSource &source, uint64_t totalFrames, Progress *progress,
+               ReportCollector *collector = nullptr);
 // Short name of rule r (1-18), e.g. "clipping".
 const char *RuleName(uint32_t rule);
 Json QcJson(const QcResult &result, const QcSettings &settings);

@@ -9,9 +9,11 @@
 #include <memory>
 
 #include "analyses.h"
+#include "html_report.h"
 #include "kvaudio/avsync.h"
 #include "kvaudio/generator.h"
 #include "kvaudio/interleave.h"
+#include "qc_report.h"
 #include "targets.h"
 #include "tool.h"
 
@@ -120,7 +122,7 @@ Pcm Programme(const Pcm &clip) {
   return out;
 }
 
-int RunDemo() {
+int RunDemo(const std::string &reportPath) {
   __builtin_cpu_init();
   const bool avx2 = __builtin_cpu_supports("avx2");
   std::printf("kvaudio demo: a %u s clip at %u Hz made in memory (tone on channels 1-2, LTC on 3)\n",
@@ -180,7 +182,8 @@ int RunDemo() {
   const uint32_t injected[] = {3, 1, 9};
   for (uint32_t rule : injected) qc.rules |= 1u << (rule - 1);
   MemorySource source(clip);
-  QcResult result = RunQc(qc, source, clip.Frames(), nullptr);
+  ReportCollector collector(kRate, kChannels, 16, true);
+  QcResult result = RunQc(qc, source, clip.Frames(), nullptr, &collector);
   std::printf("QC           %llu frames of channels 1-2, rules %s, %s, %s: %u events (%.3f s):\n",
               (unsigned long long)result.report.frames, RuleName(3), RuleName(1), RuleName(9),
               result.report.totalEvents, Now() - start);
@@ -193,6 +196,11 @@ int RunDemo() {
     std::printf("             %-19s %s - %s  channels %s\n", RuleName(e.rule),
                 FormatTimecode(e.startA, fps).c_str(), FormatTimecode(e.endA, fps).c_str(),
                 ChannelText(e.channelMask).c_str());
+  if (!reportPath.empty()) {
+    WriteTextFile(reportPath, HtmlReport(QcReport(result, qc, collector, "demo clip (made in memory)",
+                                                  "16-bit PCM in memory", double(clip.Frames()) / kRate)));
+    std::printf("QC report    %s\n", reportPath.c_str());
+  }
   std::printf("%s\n", ok ? "demo: every check passed" : "demo: a check FAILED");
   return ok ? kExitClean : kExitFindings;
 }
@@ -200,9 +208,12 @@ int RunDemo() {
 }  // namespace
 
 void AddDemoCommand(CLI::App &app, int *exitCode) {
-  CLI::App *cmd = app.add_subcommand("demo", "Build a clip in memory (tone, LTC, AV-sync burst, faults) and "
-                                             "run every analysis on it; no arguments, no files");
-  cmd->callback([exitCode] { *exitCode = RunDemo(); });
+  auto report = std::make_shared<std::string>("kvaudio-demo-report.html");
+  CLI::App *cmd = app.add_subcommand("demo", "Build a clip in memory (tone, LTC, AV-sync burst, faults), "
+                                             "run every analysis on it and write its QC report");
+  cmd->add_option("--report", *report, "HTML report of the QC run (default kvaudio-demo-report.html; "
+                                       "empty: none)");
+  cmd->callback([report, exitCode] { *exitCode = RunDemo(*report); });
 }
 
 }  // namespace kvtool

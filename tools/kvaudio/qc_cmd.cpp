@@ -6,10 +6,14 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
+#include <set>
 
 #include "analyses.h"
+#include "batch.h"
 #include "progress.h"
+#include "qc_report.h"
 #include "svg_plot.h"
 #include "targets.h"
 #include "tool.h"
@@ -20,11 +24,21 @@ namespace {
 constexpr uint32_t kRules = 18;
 
 struct QcOptions {
-  std::string file, fps, layout, loudnessLayout, startTimecode, plot, standard = "0";  // fps, start: the file's
+  std::vector<std::string> files;
+  std::string fps, layout, loudnessLayout, startTimecode, plot, standard = "0", report;  // fps, start: the file's
   std::vector<std::string> rules, minimums;
   std::string profile = "broadcast";
-  bool json = false;
+  bool json = false, channelLevels = false;
+  unsigned jobs = 0;  // 0: every core
   InputSelection input;
+};
+
+// One file's run, made on a worker thread and printed on the main one.
+struct QcRun {
+  AudioInfo info;
+  QcSettings settings;
+  QcResult result;
+  std::string error, reportName;
 };
 
 // Reads the file's periods straight into the engine's frame buffer.
@@ -110,16 +124,27 @@ void CopyName(char (&field)[64], const std::string &name) {
   std::strncpy(field, name.c_str(), sizeof(field) - 1);
 }
 
-int RunQcCommand(const QcOptions &opt) {
-  QcSettings s;
-  if (!opt.fps.empty()) ParseFrameRate(opt.fps);
-  s.standard = ParseStandard(opt.standard);
-  s.rules = RuleMask(opt.rules);
-  s.profile = opt.profile;
-  s.minSeconds = Minimums(opt.minimums);
-  AudioReader reader(opt.file, opt.input);
+// Report file names: the file's own name with .html, numbered when two files share a name.
+std::vector<std::string> ReportNames(const std::vector<std::string> &files) {
+  std::vector<std::string> names;
+  std::set<std::string> used = {"index.html"};
+  for (const std::string &file : files) {
+    std::string stem = std::filesystem::path(file).filename().string(), name = stem + ".html";
+    for (int n = 2; used.count(name); ++n) name = stem + "-" + std::to_string(n) + ".html";
+    used.insert(name);
+    names.push_back(name);
+  }
+  return names;
+}
+
+// Reads, measures and (with --report) writes the report of one file, all on the calling thread.
+void MeasureFile(const QcOptions &opt, const QcSettings &common, const std::string &path, bool showProgress,
+                 QcRun &run) {
+  QcSettings s = common;
+  AudioReader reader(path, opt.input);
   reader.Require(64, 8000);
-  const AudioInfo &info = reader.info();
+  run.info = reader.info();
+  const AudioInfo &info = run.info;
   const ProgrammeTime time = ProgrammeTimeOf(info, opt.fps, opt.startTimecode);
   s.fps = ParseFrameRate(time.fps);
   s.startFrame = time.startFrame;
@@ -127,26 +152,94 @@ int RunQcCommand(const QcOptions &opt) {
   s.channels = info.channels;
   s.bits = info.Wide() ? 32 : 16;
   const std::string layout = opt.layout.empty() ? info.layout : opt.layout;
-  s.layout = layout.empty() ? "" : LayoutFor(layout, info.channels, opt.file).name;
-  s.loudnessLayout = opt.loudnessLayout.empty() ? "" : LayoutFor(opt.loudnessLayout, info.channels, opt.file).name;
+  s.layout = layout.empty() ? "" : LayoutFor(layout, info.channels, path).name;
+  s.loudnessLayout = opt.loudnessLayout.empty() ? "" : LayoutFor(opt.loudnessLayout, info.channels, path).name;
+  run.settings = s;
 
   FileSource source(reader);
-  Progress progress("qc", info.frames, info.Seconds());
-  QcResult result = RunQc(s, source, info.frames, &progress);
+  std::unique_ptr<ReportCollector> collector;
+  if (!opt.report.empty()) collector = std::make_unique<ReportCollector>(s.rate, s.channels, s.bits, opt.channelLevels);
+  Progress progress("qc", info.frames, showProgress ? info.Seconds() : 0.0);
+  run.result = RunQc(s, source, info.frames, &progress, collector.get());
   progress.Done();
-  if (!opt.plot.empty()) PlotQc(result, s, opt.file, info.Seconds(), opt.plot);
-  if (opt.json) {
-    Json doc{{"file", opt.file}, {"format", info.format}, {"input", info.taken}};
-    doc.update(QcJson(result, s));
-    doc["startTimecode"] = FormatTimecode(s.startFrame, s.fps);
-    PrintJson(doc);
-  } else {
-    std::printf("%s: %s, %u Hz, %s (%s), %s fps from %s, %s\n", opt.file.c_str(), info.format.c_str(), info.rate,
-                ChannelsText(info.channels).c_str(), info.taken.c_str(), s.fps.name.c_str(),
-                FormatTimecode(s.startFrame, s.fps).c_str(), FormatSeconds(info.Seconds()).c_str());
-    PrintQc(result, s);
+  if (collector)
+    WriteTextFile((std::filesystem::path(opt.report) / run.reportName).string(),
+                  HtmlReport(QcReport(run.result, s, *collector, path, info.format + ", " + info.taken,
+                                      info.Seconds())));
+}
+
+int RunQcCommand(const QcOptions &opt) {
+  QcSettings common;
+  if (!opt.fps.empty()) ParseFrameRate(opt.fps);
+  common.standard = ParseStandard(opt.standard);
+  common.rules = RuleMask(opt.rules);
+  common.profile = opt.profile;
+  common.minSeconds = Minimums(opt.minimums);
+  const size_t count = opt.files.size();
+  if (!opt.plot.empty() && count != 1) throw ToolError("--plot takes a single FILE");
+  if (!opt.report.empty()) {
+    std::error_code ec;
+    std::filesystem::create_directories(opt.report, ec);
+    if (!std::filesystem::is_directory(opt.report)) throw FileError(opt.report, "cannot be made a directory");
   }
-  return result.report.passed && result.events.empty() ? kExitClean : kExitFindings;
+
+  std::vector<QcRun> runs(count);
+  std::vector<std::string> names = ReportNames(opt.files);
+  for (size_t i = 0; i < count; ++i) runs[i].reportName = names[i];
+  BatchProgress batch("qc", opt.files);
+  Json documents = Json::array();
+  std::vector<IndexEntry> index;
+  int exitCode = kExitClean;
+  auto work = [&](size_t i) {
+    batch.Started(i);
+    try {
+      MeasureFile(opt, common, opt.files[i], count == 1, runs[i]);
+    } catch (const ToolError &e) {
+      runs[i].error = e.what();
+    }
+    batch.Finished(i);
+  };
+  auto done = [&](size_t i) {
+    QcRun &run = runs[i];
+    const std::string &file = opt.files[i];
+    if (!run.error.empty()) {
+      // One bad file does not stop the others; it decides the exit code.
+      std::fflush(stdout);
+      std::fprintf(stderr, "kvaudio: %s\n", run.error.c_str());
+      exitCode = kExitError;
+      if (opt.json) documents.push_back(Json{{"file", file}, {"error", run.error}});
+      IndexEntry e;
+      e.file = file;
+      e.error = run.error;
+      index.push_back(e);
+      return;
+    }
+    const QcSettings &s = run.settings;
+    const AudioInfo &info = run.info;
+    if (!opt.plot.empty()) PlotQc(run.result, s, file, info.Seconds(), opt.plot);
+    if (opt.json) {
+      Json doc{{"file", file}, {"format", info.format}, {"input", info.taken}};
+      doc.update(QcJson(run.result, s));
+      doc["startTimecode"] = FormatTimecode(s.startFrame, s.fps);
+      documents.push_back(doc);
+    } else {
+      std::printf("%s: %s, %u Hz, %s (%s), %s fps from %s, %s\n", file.c_str(), info.format.c_str(), info.rate,
+                  ChannelsText(info.channels).c_str(), info.taken.c_str(), s.fps.name.c_str(),
+                  FormatTimecode(s.startFrame, s.fps).c_str(), FormatSeconds(info.Seconds()).c_str());
+      PrintQc(run.result, s);
+      std::fflush(stdout);
+    }
+    if (!(run.result.report.passed && run.result.events.empty()) && exitCode == kExitClean) exitCode = kExitFindings;
+    index.push_back(QcIndexEntry(run.result, file, run.reportName));
+    run.result = QcResult{};  // printed: its curves are not needed any more
+  };
+  RunOrdered(count, opt.jobs ? opt.jobs : DefaultJobs(), work, done);
+  // A single file prints its own document, or nothing but the error line.
+  if (opt.json && count > 1) PrintJson(Json{{"files", documents}});
+  if (opt.json && count == 1 && runs[0].error.empty()) PrintJson(documents[0]);
+  if (!opt.report.empty() && count > 1)
+    WriteTextFile((std::filesystem::path(opt.report) / "index.html").string(), HtmlIndex(index));
+  return exitCode;
 }
 
 }  // namespace
@@ -160,7 +253,8 @@ const char *RuleName(uint32_t rule) {
   return rule >= 1 && rule <= kRules ? kNames[rule - 1] : "unknown";
 }
 
-QcResult RunQc(const QcSettings &s, PcmSource &source, uint64_t totalFrames, Progress *progress) {
+QcResult RunQc(const QcSettings &s, PcmSource &source, uint64_t totalFrames, Progress *progress,
+               ReportCollector *collector) {
   kvaudqcConfig config{};
   config.sampleRate = s.rate;
   config.channels = s.channels;
@@ -185,6 +279,7 @@ QcResult RunQc(const QcSettings &s, PcmSource &source, uint64_t totalFrames, Pro
     if (got == 0) break;
     if (kvqcAudioFrame(engine.get(), buffer.data(), uint32_t(got), analysis.get()) != KVQC_OK)
       throw ToolError("the QC engine refused frame " + std::to_string(frame));
+    if (collector) collector->Add(buffer.data(), uint32_t(got), *analysis);
     done += got;
     double t = double(done) / s.rate;
     r.momentary.emplace_back(t, analysis->momentary);
@@ -192,6 +287,7 @@ QcResult RunQc(const QcSettings &s, PcmSource &source, uint64_t totalFrames, Pro
     if (progress) progress->Update(std::min(done, totalFrames));
   }
   if (kvqcAudioFinish(engine.get(), &r.report) != KVQC_OK) throw ToolError("the QC engine cannot finish the run");
+  if (collector) collector->Finish();
   uint32_t count = 0, copied = 0;
   kvqcAudioGetEventCount(engine.get(), &count);
   r.events.resize(count);
@@ -286,7 +382,7 @@ void AddQcCommand(CLI::App &app, int *exitCode) {
   auto opt = std::make_shared<QcOptions>();
   CLI::App *cmd = app.add_subcommand("qc", "Run the QC engine frame by frame: events with timecode "
                                            "and a report; exit 1 when anything is found");
-  cmd->add_option("FILE", opt->file, "audio or media file (WAV, MXF, MOV/MP4, MKV, MPEG-TS ...)")->required();
+  cmd->add_option("FILE", opt->files, "audio or media files (WAV, MXF, MOV/MP4, MKV, MPEG-TS ...)")->required();
   cmd->add_option("--fps", opt->fps, std::string("video frame rate: ") + FrameRateNames() +
                                   " (default: the file's video, else 25)");
   cmd->add_option("--layout", opt->layout, "programme layout (stereo1..8, 5.1..., 7.1...)");
@@ -300,6 +396,11 @@ void AddQcCommand(CLI::App &app, int *exitCode) {
   AddInputOptions(cmd, &opt->input);
   cmd->add_flag("--json", opt->json, "print JSON (see docs/cli.md)");
   cmd->add_option("--plot", opt->plot, "write loudness and the events on a timeline as an SVG file");
+  cmd->add_option("--report", opt->report, "write an HTML report per file into this directory (and index.html "
+                                           "for several files)");
+  cmd->add_flag("--channel-loudness", opt->channelLevels, "the report also meters true peak and loudness per "
+                                                         "channel (about twice the run time)");
+  cmd->add_option("-j,--jobs", opt->jobs, "files measured at once (default: every core)");
   cmd->callback([opt, exitCode] { *exitCode = RunQcCommand(*opt); });
 }
 
