@@ -6,25 +6,11 @@
 #include <fstream>
 
 #include "json_out.h"
+#include "svg_plot.h"
 #include "tool.h"
 
 namespace kvtool {
 namespace {
-
-// Text safe inside HTML elements and attributes.
-std::string Escape(const std::string &text) {
-  std::string out;
-  for (char c : text) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      default: out += c;
-    }
-  }
-  return out;
-}
 
 // JSON safe inside a <script> element: no "</" can close it.
 std::string ScriptJson(const Json &doc) {

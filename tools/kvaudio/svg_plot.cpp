@@ -17,19 +17,6 @@ constexpr double kLaneHeight = 20, kAxisGap = 40, kLegendHeight = 24;
 constexpr double kTopLevel = 0.0, kBottomLevel = -60.0;  // LUFS range of the curve panel
 constexpr size_t kMaxPoints = 3000;                       // per curve, after thinning
 
-std::string Escape(const std::string &text) {
-  std::string out;
-  for (char c : text) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      default: out += c;
-    }
-  }
-  return out;
-}
 
 std::string Clock(double seconds) {
   long s = std::lround(seconds);
@@ -65,6 +52,20 @@ std::vector<std::pair<double, double>> Thin(const std::vector<std::pair<double, 
 }
 
 }  // namespace
+
+std::string Escape(const std::string &text) {
+  std::string out;
+  for (char c : text) {
+    switch (c) {
+      case '&': out += "&amp;"; break;
+      case '<': out += "&lt;"; break;
+      case '>': out += "&gt;"; break;
+      case '"': out += "&quot;"; break;
+      default: out += c;
+    }
+  }
+  return out;
+}
 
 SvgPlot::SvgPlot(std::string title, double duration)
     : title_(std::move(title)), duration_(duration > 0 ? duration : 1.0) {}

@@ -7,6 +7,9 @@
 
 namespace kvtool {
 
+// Text safe inside XML and HTML elements and attributes.
+std::string Escape(const std::string &text);
+
 class SvgPlot {
  public:
   // `duration` in seconds sets the time axis.
