@@ -34,28 +34,20 @@ struct Result {
 template <bool kFfmpeg>
 class Scratch : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    char pattern[] = "/tmp/kvaudio_cli_XXXXXX";
-    dir_ = mkdtemp(pattern);
-  }
+  static void SetUpTestSuite() { char pattern[] = "/tmp/kvaudio_cli_XXXXXX"; dir_ = mkdtemp(pattern); }
   static void TearDownTestSuite() { fs::remove_all(dir_); }
-  void SetUp() override {
-    if (!*KVAUDIO_CLI || (kFfmpeg && !*KVAUDIO_FFMPEG)) GTEST_SKIP() << "needs the tool (and ffmpeg)";
-  }
-
+  void SetUp() override { if (!*KVAUDIO_CLI || (kFfmpeg && !*KVAUDIO_FFMPEG)) GTEST_SKIP() << "needs the tool/ffmpeg"; }
   static std::string Path(const std::string &name) { return (dir_ / name).string(); }
   // Starts a shell command in the scratch directory; Finish collects its exit code and output.
   static FILE *Start(const std::string &command, const std::string &err = "err.txt") {
     return popen(("cd '" + dir_.string() + "' && " + command + " 2>" + err).c_str(), "r");
   }
   static Result Finish(FILE *pipe, const std::string &err = "err.txt") {
-    Result run{-1, "", ""};
+    std::string out;
     char buf[4096];
-    for (size_t n; (n = fread(buf, 1, sizeof(buf), pipe)) > 0;) run.out.append(buf, n);
+    for (size_t n; (n = fread(buf, 1, sizeof(buf), pipe)) > 0;) out.append(buf, n);
     const int status = pclose(pipe);
-    run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    run.err = Bytes(err);
-    return run;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, Bytes(err)};
   }
   static Result Kvaudio(const std::string &args) { return Finish(Start("'" KVAUDIO_CLI "' " + args)); }
   static int Ffmpeg(const std::string &args) {
@@ -66,9 +58,7 @@ class Scratch : public ::testing::Test {
     std::ifstream in(Path(name), std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
   }
-  static void Write(const std::string &name, const std::string &bytes) {
-    std::ofstream(Path(name), std::ios::binary) << bytes;
-  }
+  static void Write(const std::string &name, const std::string &bytes) { std::ofstream(Path(name), std::ios::binary) << bytes; }
   // The sample bytes of a WAV file.
   static std::string WavData(const std::string &name) {
     const std::string all = Bytes(name);
