@@ -152,13 +152,10 @@ TEST_F(Cli, LoudnessStandardReadingsAndExitCodes) {
 // a stereo file it is found there, not on the left (a tone).
 TEST_F(Cli, LtcEncodeThenDecode) {
   struct Case { const char *fps, *start; uint64_t startCount, perDay; int rate; };
-  const Case cases[] = {
-      {"24", "23:59:58:00", 2073552, 2073600, 44100},  // wraps at midnight
-      {"30", "00:10:00:00", 18000, 2592000, 48000},
-      {"29.97", "00:00:59:28", 1798, 2592000, 48000},
-      {"29.97df", "00:00:59;28", 1798, 2589408, 48000},  // crosses a dropped pair
-      {"25", "12:34:56:00", 1132400, 2160000, 48000},
-  };
+  const Case cases[] = {{"24", "23:59:58:00", 2073552, 2073600, 44100},  // wraps at midnight
+                        {"30", "00:10:00:00", 18000, 2592000, 48000}, {"29.97", "00:00:59:28", 1798, 2592000, 48000},
+                        {"29.97df", "00:00:59;28", 1798, 2589408, 48000},  // crosses a dropped pair
+                        {"25", "12:34:56:00", 1132400, 2160000, 48000}};
   for (const Case &c : cases) {
     const std::string fps = c.fps;
     ASSERT_EQ(Kvaudio("ltc encode ltc.wav --duration 45 --fps " + fps + " --start '" + c.start + "' --rate " +
@@ -234,21 +231,27 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   frames(350, 25, [](int16_t *s, size_t) { s[1] = 0; });     // channel 2 lost for a second
   WriteWav("faults.wav", 48000, 2, pcm);
 
-  Result run = Kvaudio("qc faults.wav --fps 25 --json --start 10:00:00:00");
-  EXPECT_EQ(run.code, 1) << run.err;
-  Json r = run.json();
-  EXPECT_EQ(r["report"]["frames"], 500);
-  EXPECT_FALSE(r["report"]["passed"]);
+  // Two files in two threads and in one print the same; each file's report is written.
+  WriteWav("clean.wav", 48000, 2, Sine(2, 0x1, 8));
+  const std::string args = "qc faults.wav clean.wav --fps 25 --json --start 10:00:00:00 --report rep --standard 1 -j ";
+  Result batch = Kvaudio(args + "2");
+  EXPECT_EQ(batch.code, 1) << batch.err;
+  EXPECT_EQ(Kvaudio(args + "1").out, batch.out);
+  const Json files = batch.json()["files"];
+  EXPECT_EQ(files[0]["report"]["frames"], 500);
+  EXPECT_FALSE(files[0]["report"]["passed"]);
   std::set<std::string> found;
-  for (const Json &e : r["events"])
+  for (const Json &e : files[0]["events"])
     found.insert(e["name"].get<std::string>() + " " + e["startTimecode"].get<std::string>() + "-" +
                  e["endTimecode"].get<std::string>() + " " + e["channels"].dump());
   const std::set<std::string> expected = {
       "clipping 10:00:04:00-10:00:05:04 [1,2]",        "near-clip 10:00:04:00-10:00:04:04 [1,2]",
       "programme-silence 10:00:08:00-10:00:10:12 [1,2]", "dropout 10:00:08:00-10:00:08:00 [1,2]",
       "click 10:00:12:00-10:00:12:00 [1]",             "dropout 10:00:14:00-10:00:14:00 [2]",
-      "missing-channel 10:00:14:00-10:00:16:24 [2]"};
-  EXPECT_EQ(found, expected);
+      "missing-channel 10:00:14:00-10:00:16:24 [2]",   "true-peak 10:00:04:00-10:00:04:04 [1,2]",
+      "true-peak 10:00:12:00-10:00:12:00 [1]",         "loudness-off-target 10:00:02:24-10:00:09:03 [1,2]",
+      "loudness-off-target 10:00:09:22-10:00:11:18 [1,2]", "loudness-off-target 10:00:12:12-10:00:19:24 [1,2]"};
+  EXPECT_EQ(found, expected);  // with the loudness and true-peak events of the standard
   // The broadcast profile: a cut to silence is also a dropout; clipping and a missing channel
   // keep their event open 1 s and 2 s past the fault; a lost channel is channel silence only
   // after 5 s, which --profile engine (the engine's own 3 frames) brings down.
@@ -260,9 +263,8 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   EXPECT_EQ(only["events"][0]["rule"], 3);
   EXPECT_EQ(only["events"][0]["startSample"], 100 * kPerFrame);
   EXPECT_EQ(only["events"][0]["endSample"], 130 * kPerFrame);
-  // The plots render as SVG. The reports of a batch and of the demo load in a browser without a
-  // script error, and their event rows and timeline bars are the events of the JSON of the same
-  // run; -j 1 prints the same.
+  // The plots render as SVG. The reports of the batch and of the demo load in a browser without a
+  // script error, and their event rows and timeline bars are the events of the batch's JSON.
 #ifdef KVAUDIO_RSVG
   ASSERT_EQ(Kvaudio("loudness faults.wav --plot loud.svg").code, 0);
   ASSERT_EQ(Kvaudio("qc faults.wav --plot qc.svg").code, 1);
@@ -272,18 +274,12 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   }
 #endif
 #ifdef KVAUDIO_CHROMIUM
-  WriteWav("clean.wav", 48000, 2, Sine(2, 0x1, 8));
-  const std::string args = "qc faults.wav clean.wav --json --start 10:00:00:00 --report rep --standard 1 -j ";
-  Result batch = Kvaudio(args + "2");
-  ASSERT_EQ(batch.code, 1) << batch.err;
-  EXPECT_EQ(Kvaudio(args + "1").out, batch.out);
   ASSERT_EQ(Kvaudio("demo --report demo.html").code, 0);
   // Chromium's DOM after the page's script has run.
   auto open = [](const std::string &page) {
     return Finish(Start("timeout 90 '" KVAUDIO_CHROMIUM "' --headless --disable-gpu --no-sandbox --user-data-dir=chrome "
                         "--virtual-time-budget=5000 --dump-dom 'file://" + Path(page) + "'", "/dev/null"), "/dev/null").out;
   };
-  const Json files = batch.json()["files"];
   const std::regex row("<tr class=\"ev-row[^\"]*\" data-i=\"\\d+\"><td class=\"num\">(\\d+)</td><td><span[^>]*>"
                        "</span>([^<]*)</td><td>([^<]*)</td><td>([^<]*)</td>");
   const std::regex bar("class=\"ev-bar\" data-i=\"\\d+\" data-rule=\"(\\d+)\"");
