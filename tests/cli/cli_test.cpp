@@ -214,21 +214,19 @@ TEST_F(Cli, AvsyncInsertThenDetect) {
 
 // A tone with four faults at known frames gives exactly their events, at those frames.
 TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
-  constexpr uint32_t kPerFrame = 48000 / 25;
+  constexpr long kPerFrame = 48000 / 25;
   std::vector<int16_t> pcm = Sine(2, 0x3, 20);
-  auto frames = [&](uint32_t first, uint32_t count, auto apply) {
-    const size_t begin = size_t(first) * kPerFrame, end = size_t(first + count) * kPerFrame;
-    for (size_t i = begin; i < end; ++i) apply(&pcm[i * 2], std::min(i - begin, end - 1 - i));
-  };
-  // Overdriven by 26 dB (the gain ramps over one cycle at each end, so no step shows as a click)
-  // and clipped at full scale.
-  frames(100, 5, [](int16_t *s, size_t edge) {
-    double gain = 1 + 19 * std::min(1.0, edge / 48.0);
-    for (int c = 0; c < 2; ++c) s[c] = int16_t(std::clamp(std::lround(s[c] * gain), -32767L, 32767L));
-  });
-  frames(200, 63, [](int16_t *s, size_t) { s[0] = s[1] = 0; });  // 2.5 s: past the 2 s minimum
-  pcm[size_t(300) * kPerFrame * 2 + 7 * 2] = 30000;  // one-sample click on channel 1
-  frames(350, 25, [](int16_t *s, size_t) { s[1] = 0; });     // channel 2 lost for a second
+  auto frame = [&](long n) { return pcm.begin() + n * kPerFrame * 2; };
+  // Frames 100-104 overdriven by 26 dB and clipped at full scale (the gain ramps over one cycle at
+  // each end, so no step shows as a click); 200-262 silent (2.5 s: past the 2 s minimum); a
+  // one-sample click on channel 1 in frame 300; channel 2 lost for a second from frame 350.
+  for (auto s = frame(100); s < frame(105); ++s) {
+    const long edge = std::min(s - frame(100), frame(105) - 1 - s) / 2;
+    *s = int16_t(std::clamp(std::lround(*s * (1 + 19 * std::min(1.0, edge / 48.0))), -32767L, 32767L));
+  }
+  std::fill(frame(200), frame(263), 0);
+  *(frame(300) + 14) = 30000;
+  for (auto s = frame(350) + 1; s < frame(375); s += 2) *s = 0;
   WriteWav("faults.wav", 48000, 2, pcm);
 
   // Two files in two threads and in one print the same; each file's report is written.
@@ -252,9 +250,8 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
       "true-peak 10:00:12:00-10:00:12:00 [1]",         "loudness-off-target 10:00:02:24-10:00:09:03 [1,2]",
       "loudness-off-target 10:00:09:22-10:00:11:18 [1,2]", "loudness-off-target 10:00:12:12-10:00:19:24 [1,2]"};
   EXPECT_EQ(found, expected);  // with the loudness and true-peak events of the standard
-  // The broadcast profile: a cut to silence is also a dropout; clipping and a missing channel
-  // keep their event open 1 s and 2 s past the fault; a lost channel is channel silence only
-  // after 5 s, which --profile engine (the engine's own 3 frames) brings down.
+  // The broadcast profile keeps clipping open 1 s and a missing channel 2 s past the fault and
+  // calls a lost channel silent only after 5 s; --profile engine brings that down to 3 frames.
   EXPECT_EQ(Kvaudio("qc faults.wav --fps 25 --json --profile engine --rules channel-silence").json()["events"].size(),
             1u);
   // Rules chosen by --rules: only clipping remains.

@@ -9,10 +9,7 @@
 
 namespace {
 
-using kvtool::FormatTimecode;
-using kvtool::FrameCutter;
-using kvtool::ParseFrameRate;
-using kvtool::ParseTimecode;
+using namespace kvtool;
 
 const char *const kRates[] = {"23.976", "24", "25", "29.97", "29.97df", "30", "50", "59.94", "59.94df", "60"};
 
@@ -20,7 +17,7 @@ const char *const kRates[] = {"23.976", "24", "25", "29.97", "29.97df", "30", "5
 // the day wraps to zero after its last frame.
 TEST(Timecode, TextRoundTripsEveryFrame) {
   for (const char *name : kRates) {
-    const kvtool::FrameRate fps = ParseFrameRate(name);
+    const FrameRate fps = ParseFrameRate(name);
     const std::string zero = fps.dropFrame ? "00:00:00;00" : "00:00:00:00";
     const uint64_t perDay = ParseTimecode("23:59:59" + zero.substr(8, 1) + std::to_string(fps.nominal - 1), fps) + 1;
     for (uint64_t n = 0; n < perDay; n = n == 20 * 60 * fps.nominal ? perDay - 60 * fps.nominal : n + 1)
@@ -30,24 +27,24 @@ TEST(Timecode, TextRoundTripsEveryFrame) {
 }
 
 TEST(Timecode, DropFrameSkipsTheFirstNumbersOfMostMinutes) {
-  const kvtool::FrameRate df30 = ParseFrameRate("29.97df"), df60 = ParseFrameRate("59.94df");
+  const FrameRate df30 = ParseFrameRate("29.97df"), df60 = ParseFrameRate("59.94df");
   EXPECT_EQ(FormatTimecode(1799, df30) + " " + FormatTimecode(1800, df30) + " " + FormatTimecode(17982, df30),
             "00:00:59;29 00:01:00;02 00:10:00;00");
   EXPECT_EQ(FormatTimecode(3600, df60), "00:01:00;04");
   EXPECT_EQ(ParseTimecode("00:10:00;00", df30), 17982u);
   for (const char *missing : {"00:01:00;00", "00:01:00;01", "01:59:00;01"})
-    EXPECT_THROW(ParseTimecode(missing, df30), kvtool::ToolError) << missing;
+    EXPECT_THROW(ParseTimecode(missing, df30), ToolError) << missing;
   for (const char *bad : {"00:00:00:25", "24:00:00:00", "00:60:00:00", "1:2:3", "00:00:00:00x", ""})
-    EXPECT_THROW(ParseTimecode(bad, ParseFrameRate("25")), kvtool::ToolError) << bad;
-  EXPECT_THROW(ParseFrameRate("29.976"), kvtool::ToolError);
+    EXPECT_THROW(ParseTimecode(bad, ParseFrameRate("25")), ToolError) << bad;
+  EXPECT_THROW(ParseFrameRate("29.976"), ToolError);
 }
 
 // Video frames never drift from the sample clock: after n frames the cut has used
 // floor(n x rate / fps) samples, give or take the one sample a cadence may lead by.
 TEST(FrameCutter, KeepsTimeWithTheSampleClock) {
-  for (uint64_t rate : {32000u, 44100u, 48000u, 96000u}) {
+  for (uint64_t rate : {32000u, 44100u, 48000u, 96000u})
     for (const char *name : kRates) {
-      const kvtool::FrameRate fps = ParseFrameRate(name);
+      const FrameRate fps = ParseFrameRate(name);
       FrameCutter cutter(fps, uint32_t(rate));
       for (uint64_t n = 1, used = 0; n <= 30000; ++n) {
         used += cutter.Samples(n - 1);
@@ -56,7 +53,6 @@ TEST(FrameCutter, KeepsTimeWithTheSampleClock) {
         ASSERT_LE(cutter.Samples(n - 1), cutter.MaxSamples());
       }
     }
-  }
 }
 
 // The library's cadence cuts the frames where it fits the rate: 29.97 averages 1471.5 at 44.1 kHz,
