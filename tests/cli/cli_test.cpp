@@ -24,7 +24,7 @@ std::vector<int16_t> Sine(uint32_t channels, uint32_t mask, double seconds) {
   return pcm;
 }
 
-// Keys of a JSON object, in order.
+// Keys of a JSON object, in order: the field names are a documented contract (docs/cli.md).
 std::string Keys(const Json &object) {
   std::string keys;
   for (auto it = object.begin(); it != object.end(); ++it) keys += (keys.empty() ? "" : " ") + it.key();
@@ -65,9 +65,8 @@ TEST_F(Cli, HelpAndBadInputExitTwoWithOneLine) {
   for (const char *text : {"dispatch", "every check passed"}) EXPECT_NE(demo.out.find(text), std::string::npos) << demo.out;
 }
 
-// Every container, width, channel count and signal type the generator writes reads back at the
-// level asked for, on every channel; results go to standard output only. A -20 dBFS stereo sine
-// is -20 LUFS; the unweighted compatibility analysis reads 0.69 dB under it at 1 kHz.
+// Every container, width, channel count and signal type of the generator reads back at its level on
+// every channel, with nothing on standard error; a -20 dBFS stereo sine is -20 LUFS (unweighted: -20.69).
 TEST_F(Cli, GenThenLoudnessAcrossFormatsAndSignals) {
   struct Case { const char *gen; int channels; double below; };  // peaks up to `below` under -20 dBFS; NAN: silent
   const Case cases[] = {{"tone t.wav", 2, 0},          {"tone t.flac --bits 24", 2, 0}, {"tone t.aiff --bits 32", 2, 0},
@@ -95,9 +94,8 @@ TEST_F(Cli, GenThenLoudnessAcrossFormatsAndSignals) {
   }
 }
 
-// Standard readings of tones known in closed form (float files measured in float, beyond full
-// scale too); the standard decides the violations and the exit code; --standard takes names. A
-// bad file among several is reported and the others are still measured.
+// Readings of tones known in closed form, float beyond full scale too; the standard (by number or name)
+// decides violations and exit code. A bad file among several is reported, the others still measured.
 TEST_F(Cli, LoudnessStandardReadingsAndExitCodes) {
   struct Case {  // 20 s stereo tones of peak `amplitude` (full scale 1), f*.wav in float; NAN: not checked
     const char *file, *args;
@@ -162,8 +160,7 @@ TEST_F(Cli, LtcEncodeThenDecode) {
     Json frames = run.json()["frames"];
     EXPECT_EQ(Keys(run.json()) + ", " + Keys(frames[0]),
               "file sampleRate channel frames, timecode frameCount userBits dropFrame endSample endSeconds programmeTimecode");
-    // 45 s spans more than one 1000-frame block of the encoder. The library accepts about half
-    // of all frames; the first may be misread while it adapts.
+    // 45 s spans several 1000-frame encoder blocks; about half the frames decode, the first may not.
     const double perSecond = fps.find('.') == std::string::npos ? std::stod(fps) : 30000.0 / 1001;
     EXPECT_GT(frames.size(), size_t(45 * perSecond * 0.4)) << fps;
     for (size_t i = 1; i < frames.size(); ++i) {
@@ -257,8 +254,7 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   EXPECT_EQ(only["events"][0]["rule"], 3);
   EXPECT_EQ(only["events"][0]["startSample"], 100 * kPerFrame);
   EXPECT_EQ(only["events"][0]["endSample"], 130 * kPerFrame);
-  // The plots render as SVG. The reports of the batch and of the demo load in a browser without a
-  // script error, and their event rows and timeline bars are the events of the batch's JSON.
+  // The plots render as SVG; the reports of the batch and of the demo open in a browser.
 #ifdef KVAUDIO_RSVG
   ASSERT_EQ(Kvaudio("loudness faults.wav --plot loud.svg").code, 0);
   ASSERT_EQ(Kvaudio("qc faults.wav --plot qc.svg").code, 1);
@@ -327,7 +323,6 @@ TEST_F(Cli, QcCountsFractionalFramesAndDropFrameTimecode) {
 }
 
 // --layout picks the channels that count: a tone on pair 1 of four channels, silence on pair 2.
-// The JSON field names, here and in the tests below, are a documented contract (docs/cli.md).
 TEST_F(Cli, LayoutChoosesTheMeasuredChannels) {
   WriteWav("pairs.wav", 48000, 4, Sine(4, 0x3, 6));
   Json one = Kvaudio("loudness pairs.wav --json --layout stereo1 --standard 1").json()["files"][0];
