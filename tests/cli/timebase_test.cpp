@@ -2,71 +2,67 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "timebase.h"
 #include "tool.h"
 
 namespace {
 
-using kvtool::FormatTimecode;
-using kvtool::FrameCutter;
-using kvtool::ParseFrameRate;
-using kvtool::ParseTimecode;
+using namespace kvtool;
 
 const char *const kRates[] = {"23.976", "24", "25", "29.97", "29.97df", "30", "50", "59.94", "59.94df", "60"};
 
-// Every frame of the first 20 minutes and of the last minute of the day reads back to itself.
+// Every frame of the first 20 minutes and of the last minute of the day reads back to itself, and
+// the day wraps to zero after its last frame.
 TEST(Timecode, TextRoundTripsEveryFrame) {
   for (const char *name : kRates) {
-    kvtool::FrameRate fps = ParseFrameRate(name);
-    uint64_t perDay = uint64_t(fps.nominal) * 86400 - (fps.dropFrame ? 24 * 54 * (fps.nominal / 15) : 0);
-    uint64_t perMinute = uint64_t(fps.nominal) * 60;
-    for (uint64_t n = 0; n < perDay; n = n == 20 * perMinute ? perDay - perMinute : n + 1)
+    const FrameRate fps = ParseFrameRate(name);
+    const std::string zero = fps.dropFrame ? "00:00:00;00" : "00:00:00:00";
+    const uint64_t perDay = ParseTimecode("23:59:59" + zero.substr(8, 1) + std::to_string(fps.nominal - 1), fps) + 1;
+    for (uint64_t n = 0; n < perDay; n = n == 20 * 60 * fps.nominal ? perDay - 60 * fps.nominal : n + 1)
       ASSERT_EQ(ParseTimecode(FormatTimecode(n, fps), fps), n) << name << " " << FormatTimecode(n, fps);
-    EXPECT_EQ(FormatTimecode(perDay, fps), fps.dropFrame ? "00:00:00;00" : "00:00:00:00") << name;
+    EXPECT_EQ(FormatTimecode(perDay, fps), zero) << name;
   }
 }
 
 TEST(Timecode, DropFrameSkipsTheFirstNumbersOfMostMinutes) {
-  const kvtool::FrameRate df30 = ParseFrameRate("29.97df"), df60 = ParseFrameRate("59.94df");
-  EXPECT_EQ(FormatTimecode(1799, df30), "00:00:59;29");
-  EXPECT_EQ(FormatTimecode(1800, df30), "00:01:00;02");
-  EXPECT_EQ(FormatTimecode(17982, df30), "00:10:00;00");
+  const FrameRate df30 = ParseFrameRate("29.97df"), df60 = ParseFrameRate("59.94df");
+  EXPECT_EQ(FormatTimecode(1799, df30) + " " + FormatTimecode(1800, df30) + " " + FormatTimecode(17982, df30),
+            "00:00:59;29 00:01:00;02 00:10:00;00");
   EXPECT_EQ(FormatTimecode(3600, df60), "00:01:00;04");
   EXPECT_EQ(ParseTimecode("00:10:00;00", df30), 17982u);
   for (const char *missing : {"00:01:00;00", "00:01:00;01", "01:59:00;01"})
-    EXPECT_THROW(ParseTimecode(missing, df30), kvtool::ToolError) << missing;
+    EXPECT_THROW(ParseTimecode(missing, df30), ToolError) << missing;
   for (const char *bad : {"00:00:00:25", "24:00:00:00", "00:60:00:00", "1:2:3", "00:00:00:00x", ""})
-    EXPECT_THROW(ParseTimecode(bad, ParseFrameRate("25")), kvtool::ToolError) << bad;
-  EXPECT_THROW(ParseFrameRate("29.976"), kvtool::ToolError);
+    EXPECT_THROW(ParseTimecode(bad, ParseFrameRate("25")), ToolError) << bad;
+  EXPECT_THROW(ParseFrameRate("29.976"), ToolError);
 }
 
 // Video frames never drift from the sample clock: after n frames the cut has used
 // floor(n x rate / fps) samples, give or take the one sample a cadence may lead by.
 TEST(FrameCutter, KeepsTimeWithTheSampleClock) {
-  for (uint32_t rate : {32000u, 44100u, 48000u, 96000u}) {
+  for (uint64_t rate : {32000u, 44100u, 48000u, 96000u})
     for (const char *name : kRates) {
-      kvtool::FrameRate fps = ParseFrameRate(name);
-      FrameCutter cutter(fps, rate);
-      uint64_t used = 0;
-      for (uint64_t n = 1; n <= 30000; ++n) {
+      const FrameRate fps = ParseFrameRate(name);
+      FrameCutter cutter(fps, uint32_t(rate));
+      for (uint64_t n = 1, used = 0; n <= 30000; ++n) {
         used += cutter.Samples(n - 1);
-        uint64_t exact = n * rate * fps.denominator / fps.numerator;
+        const uint64_t exact = n * rate * fps.denominator / fps.numerator;
         ASSERT_LE(used > exact ? used - exact : exact - used, 1u) << name << " at " << rate << " frame " << n;
         ASSERT_LE(cutter.Samples(n - 1), cutter.MaxSamples());
       }
     }
-  }
 }
 
+// The library's cadence cuts the frames where it fits the rate: 29.97 averages 1471.5 at 44.1 kHz,
+// 30 and 23.976 are not the rates it counts at 48 and 44.1 kHz.
 TEST(FrameCutter, UsesTheLibraryCadenceWhereItFitsTheRate) {
-  EXPECT_TRUE(FrameCutter(ParseFrameRate("29.97"), 48000).UsesLibraryCadence());
-  EXPECT_TRUE(FrameCutter(ParseFrameRate("23.976"), 48000).UsesLibraryCadence());
-  EXPECT_TRUE(FrameCutter(ParseFrameRate("24"), 44100).UsesLibraryCadence());
-  EXPECT_FALSE(FrameCutter(ParseFrameRate("29.97"), 44100).UsesLibraryCadence());   // averages 1471.5
-  EXPECT_FALSE(FrameCutter(ParseFrameRate("30"), 48000).UsesLibraryCadence());      // counted as 29.97
-  EXPECT_FALSE(FrameCutter(ParseFrameRate("23.976"), 44100).UsesLibraryCadence());  // counted as 24
-  EXPECT_FALSE(FrameCutter(ParseFrameRate("25"), 96000).UsesLibraryCadence());
+  const std::tuple<const char *, uint32_t, bool> cases[] = {
+      {"29.97", 48000, true}, {"23.976", 48000, true}, {"24", 44100, true},  {"29.97", 44100, false},
+      {"30", 48000, false},   {"23.976", 44100, false}, {"25", 96000, false}};
+  for (const auto &[name, rate, library] : cases)
+    EXPECT_EQ(FrameCutter(ParseFrameRate(name), rate).UsesLibraryCadence(), library) << name << " at " << rate;
   FrameCutter ntsc(ParseFrameRate("29.97"), 48000);
   EXPECT_EQ(ntsc.Samples(0) + ntsc.Samples(1) + ntsc.Samples(2) + ntsc.Samples(3) + ntsc.Samples(4), 8008u);
   EXPECT_EQ(FrameCutter(ParseFrameRate("30"), 48000).Samples(7), 1600u);
