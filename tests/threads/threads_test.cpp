@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "frame/cpu.h"
+#include "interleave_calls.h"
 #include "kvaudio/aes3.h"
 #include "kvaudio/avsync.h"
 #include "kvaudio/cadence.h"
 #include "kvaudio/format.h"
 #include "kvaudio/generator.h"
-#include "kvaudio/interleave.h"
 #include "kvaudio/loudness.h"
 #include "kvaudio/peak.h"
 #include "kvaudio/qc.h"
@@ -73,24 +73,18 @@ struct Family {
 };
 
 const Family kFamilies[] = {
-    {"Interleave", [](int t) {
-       const auto src = Input<uint32_t>(kFrames * 4, t);
-       std::vector<uint32_t> p(kFrames * 4), pair(kFrames * 2);
-       uint32_t *d[4];
-       const uint16_t *q[8];
-       KVAudioBuffer records[8], *table[8];
-       for (int k = 0; k < 8; ++k) {
-         d[k % 4] = p.data() + k % 4 * kFrames;
-         q[k] = reinterpret_cast<const uint16_t *>(d[k % 4]);
-         records[k] = KVAudioBuffer{d[k % 4], kFrames * 4, kFrames * 4, 2, 16};
-         table[k] = &records[k];
+    {"Interleave", [](int t) {  // every member, in the shapes of the shared call table
+       Bytes out;
+       for (const kvtest::InterleaveCall &c : kvtest::kInterleaveCalls) {
+         std::vector<Bytes> in, o;
+         std::vector<const uint8_t *> ip;
+         std::vector<uint8_t *> op;
+         for (size_t b : c.inBytes) ip.push_back(b ? in.emplace_back(Input<uint8_t>(b * kFrames, t)).data() : nullptr);
+         for (size_t b : c.outBytes) op.push_back(b ? o.emplace_back(b * kFrames).data() : nullptr);
+         c.run(ip.data(), op.data(), kFrames);
+         for (const Bytes &v : o) out.insert(out.end(), v.begin(), v.end());
        }
-       AudioDeinterleave16to16(src.data(), d[0], d[1], d[2], d[3], kFrames);
-       std::vector<uint16_t> wide(kFrames * 16), joined(kFrames * 16);
-       AudioInterleave16to16_16(wide.data(), q[0], q[1], q[2], q[3], q[4], q[5], q[6], q[7], kFrames, 16);
-       AudioDeinterleavePair(src.data(), pair.data(), 1, 32, 4, kFrames);
-       AudioInterleave16to16Array(joined.data(), table, 8, kFrames);
-       return Cat(p, wide, pair, joined);
+       return out;
      }},
     {"Aes3", [](int t) {
        const auto words = Input<uint8_t>(4 + kFrames * 32, t);
