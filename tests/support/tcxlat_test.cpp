@@ -13,6 +13,9 @@ uint32_t Bcd(uint32_t h, uint32_t m, uint32_t s, uint32_t f) {
   return b(f) << 24 | b(s) << 16 | b(m) << 8 | b(h);
 }
 
+// The four bytes written, frames first, as one word.
+uint32_t Word(const uint8_t o[4]) { return uint32_t{o[0]} << 24 | o[1] << 16 | o[2] << 8 | o[3]; }
+
 TEST(Tcxlat, KnownAddresses) {
   struct Case {
     uint32_t rate, frame, h, m, s, f;
@@ -29,10 +32,7 @@ TEST(Tcxlat, KnownAddresses) {
     uint8_t out[4] = {};
     ASSERT_EQ(tc2String(c.frame, c.rate | kToString, out), 0);
     const uint32_t word = Bcd(c.h, c.m, c.s, c.f);
-    EXPECT_EQ(out[0], word >> 24) << "rate " << c.rate << " frame " << c.frame;
-    EXPECT_EQ(out[1], (word >> 16) & 0xFF);
-    EXPECT_EQ(out[2], (word >> 8) & 0xFF);
-    EXPECT_EQ(out[3], word & 0xFF);
+    EXPECT_EQ(Word(out), word) << "rate " << c.rate << " frame " << c.frame;
     EXPECT_EQ(tc2Frame(word, c.rate | kToFrame), c.frame);
   }
 }
@@ -43,11 +43,10 @@ TEST(Tcxlat, RoundTripAndDayWrap) {
     for (uint32_t n = 0; n < perDay; n += 997) {
       uint8_t o[4];
       ASSERT_EQ(tc2String(n, rate | kToString, o), 0);
-      const uint32_t word = uint32_t(o[0]) << 24 | o[1] << 16 | o[2] << 8 | o[3];
-      ASSERT_EQ(tc2Frame(word, rate | kToFrame), n) << "rate " << rate;
+      ASSERT_EQ(tc2Frame(Word(o), rate | kToFrame), n) << "rate " << rate;
       uint8_t w[4];
       tc2String(n + perDay, rate | kToString, w);
-      ASSERT_EQ(0, memcmp(o, w, 4));
+      ASSERT_EQ(Word(w), Word(o));
     }
   }
 }
@@ -61,8 +60,7 @@ TEST(Tcxlat, EveryRateByteMatchesTheEncoderTable) {
     EXPECT_EQ(tcNominalRate(r | 0xABCD00), fps) << "rate byte " << r;
     uint8_t o[4];
     ASSERT_EQ(tc2String(60 * fps, r | kToString, o), 0);
-    EXPECT_EQ(o[0], drop ? 0x02 : 0x00) << "rate byte " << r;
-    EXPECT_EQ(o[1] << 8 | o[2], 0x0001) << "rate byte " << r;
+    EXPECT_EQ(Word(o) >> 8, drop ? 0x020001u : 0x000001u) << "rate byte " << r;
   }
 }
 
