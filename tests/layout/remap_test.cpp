@@ -20,11 +20,12 @@ struct Form {
   RemapFn interleaved;
   PairsFn pairs;
   size_t bytes;
+  const char *reports[2];  // the name each form's too-many-channels line gives
 };
 
-const Form kForms[] = {{"32", AudioRemap32Bit, AudioRemap32BitPairs, 4},
-                       {"24", AudioRemap24Bit, AudioRemap24BitPairs, 3},
-                       {"16", AudioRemap16Bit, AudioRemap16BitPairs, 2}};
+const Form kForms[] = {{"32", AudioRemap32Bit, AudioRemap32BitPairs, 4, {"AudioRemap32Bit", "AudioRemap32BitPairs"}},
+                       {"24", AudioRemap24Bit, AudioRemap24BitPairs, 3, {"AudioRemap24Bit", "AudioRemap24BitPairs"}},
+                       {"16", AudioRemap16Bit, AudioRemap16BitPairs, 2, {"AudioRemap16Bit", "AudioRemap32BitPairs"}}};
 
 // Samples as bytes of the width (little-endian, truncated) and back, sign-extended.
 std::vector<uint8_t> Pack(const std::vector<int32_t> &v, size_t bytes) {
@@ -65,7 +66,7 @@ TEST(Remap, RejectsAndReportsTooManyChannels) {
                   a.result) << form.name << " channels " << a.channels << " pairs " << pairs;
         const std::string err = testing::internal::GetCapturedStderr();
         if (a.result) {
-          EXPECT_NE(err.find("too many channels"), std::string::npos) << err;
+          EXPECT_NE(err.find(form.reports[pairs] + std::string(" too many channels")), std::string::npos) << err;
           EXPECT_EQ(err.find('\n'), err.size() - 1) << err;
         }
       }
