@@ -15,11 +15,7 @@
 
 namespace {
 
-struct Case {
-  const char *call;
-  std::function<int64_t()> run;
-  int64_t result;
-};
+struct Case { const char *call; std::function<int64_t()> run; int64_t result; };
 
 TEST(NullArguments, DocumentedResults) {
   int16_t samples[4] = {1, -2, 3, -4};

@@ -45,17 +45,13 @@ void RunTogether(Body body) {
 template <typename... V>
 Bytes Cat(const V &...v) {
   Bytes out;
-  const auto put = [&](const auto &x) {
-    const uint8_t *b;
-    size_t n;
-    if constexpr (requires { x.data(); }) {
-      b = reinterpret_cast<const uint8_t *>(x.data()), n = x.size() * sizeof x[0];
-    } else {
-      b = reinterpret_cast<const uint8_t *>(&x), n = sizeof x;
-    }
-    out.insert(out.end(), b, b + n);
-  };
-  (put(v), ...);
+  const auto put = [&](const void *p, size_t n) { out.insert(out.end(), (const uint8_t *)p, (const uint8_t *)p + n); };
+  ([&] {
+    if constexpr (requires { v.data(); })
+      put(v.data(), v.size() * sizeof v[0]);
+    else
+      put(&v, sizeof v);
+  }(), ...);
   return out;
 }
 
