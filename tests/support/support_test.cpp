@@ -1,6 +1,11 @@
-// Frame count <-> BCD time address conversion of the timecode support library.
+// The support libraries: kvutil's error lines and recursive critical section, and tcxlat's
+// frame count <-> BCD time address conversion.
 #include <gtest/gtest.h>
 
+#include <thread>
+
+#include "frame/errors.h"
+#include "kvutil.h"
 #include "tcxlat.h"
 
 namespace {
@@ -76,6 +81,36 @@ TEST(Tcxlat, RejectsBadWords) {
   EXPECT_EQ(tc2Frame(Bcd(0, 10, 0, 0), 0x04 | kToFrame), 17982u);         // tenth minute kept
   EXPECT_EQ(tc2Frame(Bcd(25, 35, 35, 0), 0x10 | kToFrame), TCXLAT_INVALID);  // found by fuzzing
   EXPECT_EQ(tc2Frame(Bcd(25, 0, 0, 0), 0x10 | kToFrame | TCXLAT_NO_WRAP), 25u * 90000);
+}
+
+TEST(Kvutil, ErrorLinesAreWholeLines) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(kvaudio::ReportError(0xA80A8003), 0xA80A8003u);
+  ErrFmtOut(0xC0000000, 0, 0, "ERROR(audRemapping): %s\n\r", "text");
+  const std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(err, "audioUtil(0xA80A8003)\nERROR(audRemapping): text\n");
+}
+
+TEST(Kvutil, CriticalSectionIsRecursiveAndExcludes) {
+  KVCRITICAL_SECTION cs;
+  kvOSInitializeCriticalSection(&cs);
+  kvOSEnterCriticalSection(&cs);
+  kvOSEnterCriticalSection(&cs);
+  kvOSLeaveCriticalSection(&cs);
+  kvOSLeaveCriticalSection(&cs);
+  long counter = 0;
+  auto work = [&] {
+    for (int i = 0; i < 20000; ++i) {
+      kvOSEnterCriticalSection(&cs);
+      ++counter;
+      kvOSLeaveCriticalSection(&cs);
+    }
+  };
+  std::thread a(work), b(work);
+  a.join();
+  b.join();
+  EXPECT_EQ(counter, 40000);
+  kvOSDeleteCriticalSection(&cs);
 }
 
 }  // namespace
