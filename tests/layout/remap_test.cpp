@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -27,22 +26,11 @@ const Form kForms[] = {{"32", AudioRemap32Bit, AudioRemap32BitPairs, 4, {"AudioR
                        {"24", AudioRemap24Bit, AudioRemap24BitPairs, 3, {"AudioRemap24Bit", "AudioRemap24BitPairs"}},
                        {"16", AudioRemap16Bit, AudioRemap16BitPairs, 2, {"AudioRemap16Bit", "AudioRemap32BitPairs"}}};
 
-// Samples as bytes of the width (little-endian, truncated) and back, sign-extended.
+// Samples as little-endian bytes of the width (truncated).
 std::vector<uint8_t> Pack(const std::vector<int32_t> &v, size_t bytes) {
-  std::vector<uint8_t> out(v.size() * bytes);
-  for (size_t i = 0; i < v.size(); ++i)
-    for (size_t b = 0; b < bytes; ++b)
-      out[i * bytes + b] = static_cast<uint8_t>(static_cast<uint32_t>(v[i]) >> (8 * b));
-  return out;
-}
-
-std::vector<int32_t> Unpack(const std::vector<uint8_t> &raw, size_t bytes) {
-  std::vector<int32_t> out(raw.size() / bytes);
-  for (size_t i = 0; i < out.size(); ++i) {
-    uint32_t u = 0;
-    for (size_t b = 0; b < bytes; ++b) u |= uint32_t{raw[i * bytes + b]} << (8 * b);
-    out[i] = static_cast<int32_t>(u << (32 - 8 * bytes)) >> (32 - 8 * bytes);
-  }
+  std::vector<uint8_t> out;
+  for (int32_t x : v)
+    for (size_t b = 0; b < bytes; ++b) out.push_back(static_cast<uint8_t>(x >> (8 * b)));
   return out;
 }
 
@@ -92,7 +80,7 @@ TEST(Remap, RoutesAveragesAndMutesOnBothPaths) {
         auto buf = Pack(c.in, form.bytes);
         const uint32_t periods = static_cast<uint32_t>(c.in.size() / channels);
         EXPECT_EQ(form.interleaved(buf.data(), channels, 1, periods, c.map.data(), nullptr, nullptr), channels / 2);
-        EXPECT_EQ(Unpack(buf, form.bytes), c.out) << form.name << " path " << path;
+        EXPECT_EQ(buf, Pack(c.out, form.bytes)) << form.name << " path " << path;
       }
 }
 
@@ -102,12 +90,12 @@ TEST(Remap, PairsFormWalksPairBuffers) {
     void *pairs[] = {p0.data(), p1.data()};
     const uint32_t map[] = {8, 4, 1, 0x10};
     EXPECT_EQ(form.pairs(pairs, 4, 1, 2, map, nullptr, nullptr), 2u);
-    EXPECT_EQ(Unpack(p0, form.bytes), (std::vector<int32_t>{4, 3, 40, 30}));
-    EXPECT_EQ(Unpack(p1, form.bytes), (std::vector<int32_t>{1, 0, 10, 0}));
+    EXPECT_EQ(p0, Pack({4, 3, 40, 30}, form.bytes));
+    EXPECT_EQ(p1, Pack({1, 0, 10, 0}, form.bytes));
     void *half[] = {p0.data(), nullptr};  // a missing pair reads as silence
     const uint32_t fromMissing[] = {4, 1, 1, 1};
     form.pairs(half, 4, 1, 2, fromMissing, nullptr, nullptr);
-    EXPECT_EQ(Unpack(p0, form.bytes), (std::vector<int32_t>{0, 4, 0, 40}));
+    EXPECT_EQ(p0, Pack({0, 4, 0, 40}, form.bytes));
   }
 }
 
