@@ -45,7 +45,9 @@ void RunTogether(Body body) {
 template <typename... V>
 Bytes Cat(const V &...v) {
   Bytes out;
-  const auto put = [&](const void *p, size_t n) { out.insert(out.end(), (const uint8_t *)p, (const uint8_t *)p + n); };
+  const auto put = [&](const void *p, size_t n) {
+    out.insert(out.end(), static_cast<const uint8_t *>(p), static_cast<const uint8_t *>(p) + n);
+  };
   ([&] {
     if constexpr (requires { v.data(); })
       put(v.data(), v.size() * sizeof v[0]);
