@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <set>
 #include <string>
 
 #include "frame/cpu.h"
@@ -10,27 +9,20 @@
 
 namespace {
 
-using kvaudio::frame::CpuidRegs;
+constexpr uint32_t kOsxsave = 1u << 27, kAvx = 1u << 28, kAvx2 = 1u << 5;
 
-class FakeProbe : public kvaudio::frame::CpuProbe {
- public:
-  uint32_t maxLeaf = 7, ecx1 = (1u << 27) | (1u << 28), ebx7 = 1u << 5;
-  uint64_t xcr0 = 0x7;
-  std::multiset<uint32_t> leavesRead;
-  int xgetbvCalls = 0;
-
-  CpuidRegs Cpuid(uint32_t leaf, uint32_t subleaf) override {
-    EXPECT_EQ(subleaf, 0u);
-    leavesRead.insert(leaf);
-    if (leaf == 0) return {maxLeaf, 0, 0, 0};
-    if (leaf == 1) return {0, 0, ecx1, 0};
-    if (leaf == 7) return {0, ebx7, 0, 0};
-    ADD_FAILURE() << "unexpected leaf " << leaf;
-    return {};
+// Answers from fixed registers; a leaf above the maximum, or XGETBV without OSXSAVE (an invalid
+// instruction then), is a failure.
+struct FakeProbe : kvaudio::frame::CpuProbe {
+  uint32_t maxLeaf, ecx1, ebx7;
+  uint64_t xcr0;
+  FakeProbe(uint32_t m, uint32_t e1, uint32_t b7, uint64_t x) : maxLeaf(m), ecx1(e1), ebx7(b7), xcr0(x) {}
+  kvaudio::frame::CpuidRegs Cpuid(uint32_t leaf, uint32_t subleaf) override {
+    EXPECT_TRUE(subleaf == 0 && leaf <= maxLeaf && (leaf <= 1 || leaf == 7)) << "leaf " << leaf;
+    return {leaf == 0 ? maxLeaf : 0, leaf == 7 ? ebx7 : 0, leaf == 1 ? ecx1 : 0, 0};
   }
   uint64_t Xgetbv(uint32_t index) override {
-    EXPECT_EQ(index, 0u);
-    ++xgetbvCalls;
+    EXPECT_TRUE(index == 0 && (ecx1 & kOsxsave)) << "XGETBV only after OSXSAVE";
     return xcr0;
   }
 };
@@ -41,54 +33,36 @@ TEST(CpuDecision, TruthTable) {
     uint32_t maxLeaf, ecx1, ebx7;
     uint64_t xcr0;
     int expected;
-    bool leaf7Read;
   };
-  const uint32_t osxsave = 1u << 27, avx = 1u << 28;
   const Case cases[] = {
-      {"all present", 7, osxsave | avx, 1u << 5, 0x7, 1, true},
-      {"higher max leaf", 0x16, osxsave | avx, 0xFFFFFFFF, 0x7, 1, true},
-      {"no AVX2 bit", 7, osxsave | avx, ~(1u << 5), 0x7, 0, true},
-      {"no AVX state in XCR0", 7, osxsave | avx, 1u << 5, 0x3, 0, false},
-      {"no SSE state in XCR0", 7, osxsave | avx, 1u << 5, 0x5, 0, false},
-      {"no OSXSAVE", 7, avx, 1u << 5, 0x7, 0, false},
-      {"no AVX", 7, osxsave, 1u << 5, 0x7, 0, false},
-      {"max leaf 6", 6, osxsave | avx, 1u << 5, 0x7, 0, false},
-      {"max leaf 0", 0, osxsave | avx, 1u << 5, 0x7, 0, false},
+      {"all present", 7, kOsxsave | kAvx, kAvx2, 0x7, 1},
+      {"higher max leaf, only SSE and AVX state", 0x16, kOsxsave | kAvx, 0xFFFFFFFF, 0x6, 1},
+      {"no AVX2 bit", 7, kOsxsave | kAvx, ~kAvx2, 0x7, 0},
+      {"no AVX state in XCR0", 7, kOsxsave | kAvx, kAvx2, 0x3, 0},
+      {"no SSE state in XCR0", 7, kOsxsave | kAvx, kAvx2, 0x5, 0},
+      {"no OSXSAVE", 7, kAvx, kAvx2, 0x7, 0},
+      {"no AVX", 7, kOsxsave, kAvx2, 0x7, 0},
+      {"max leaf 6", 6, kOsxsave | kAvx, kAvx2, 0x7, 0},
+      {"max leaf 0", 0, kOsxsave | kAvx, kAvx2, 0x7, 0},
   };
   for (const Case &c : cases) {
-    FakeProbe p;
-    p.maxLeaf = c.maxLeaf;
-    p.ecx1 = c.ecx1;
-    p.ebx7 = c.ebx7;
-    p.xcr0 = c.xcr0;
-    EXPECT_EQ(kvaudio::frame::DecideAvx2(p), c.expected) << c.name;
-    EXPECT_EQ(p.leavesRead.count(7) == 1, c.leaf7Read) << c.name;
-    if (!(c.ecx1 & osxsave)) {
-      EXPECT_EQ(p.xgetbvCalls, 0) << c.name << ": XGETBV only after OSXSAVE";
-    }
-    if (c.maxLeaf == 0) {
-      EXPECT_EQ(p.leavesRead.size(), 1u) << c.name;
-    }
+    SCOPED_TRACE(c.name);
+    FakeProbe p(c.maxLeaf, c.ecx1, c.ebx7, c.xcr0);
+    EXPECT_EQ(kvaudio::frame::DecideAvx2(p), c.expected);
   }
 }
 
-// The no-AVX2 run sets KVAUDIO_EXPECT_AVX2=0 under an emulated CPU without AVX2.
-TEST(CpuCache, MatchesExpectedHost) {
-  const char *expected = std::getenv("KVAUDIO_EXPECT_AVX2");
-  if (!expected) GTEST_SKIP() << "no expectation set";
-  EXPECT_EQ(KVAudioCPUHasAVX2(), std::string(expected) == "1");
-}
-
-TEST(CpuCache, ForcedStatesAndRefill) {
-  {
-    kvtest::ScopedAvx2 off(0);
-    EXPECT_FALSE(KVAudioCPUHasAVX2());
-  }
-  {
-    kvtest::ScopedAvx2 on(1);
-    EXPECT_EQ(KVAudioCPUHasAVX2(), kvaudio::frame::HostHasAvx2());
+// Forced states hold until reset; then the cache refills from the host. The no-AVX2 run sets
+// KVAUDIO_EXPECT_AVX2=0 under an emulated CPU without AVX2.
+TEST(CpuCache, ForcedStatesRefillAndExpectedHost) {
+  for (int forced : {0, 1}) {
+    kvtest::ScopedAvx2 force(forced);
+    EXPECT_EQ(KVAudioCPUHasAVX2(), forced == 1 && kvaudio::frame::HostHasAvx2());
   }
   EXPECT_EQ(KVAudioCPUHasAVX2(), kvaudio::frame::HostHasAvx2());
+  if (const char *expected = std::getenv("KVAUDIO_EXPECT_AVX2")) {
+    EXPECT_EQ(KVAudioCPUHasAVX2(), std::string(expected) == "1");
+  }
 }
 
 }  // namespace

@@ -42,6 +42,16 @@ std::vector<uint32_t> Untouched(size_t count, std::vector<uint32_t> tail = {}) {
   return v;
 }
 
+// A transform over kN periods of the given bytes a buffer, every element `width` wide and equal to
+// `value`: spans kernel blocks and a remainder, so a wrong shift, mask or half shows on either path.
+constexpr uint32_t kN = 19;
+std::vector<Buf> Filled(const std::vector<size_t> &bytes, size_t width, uint32_t value) {
+  std::vector<Buf> bufs;
+  for (size_t b : bytes) bufs.push_back({width, std::vector<uint32_t>(kN * b / width, value)});
+  return bufs;
+}
+using kvtest::k4x4, kvtest::k4x8, kvtest::k8x4;
+
 struct LayoutCase {
   const char *name;
   std::vector<Buf> in;
@@ -119,91 +129,52 @@ const LayoutCase kLayoutCases[] = {
      [](In i, Out o, uint32_t n) { AudioInterleaveDualMono2Stereo32(o[0], 8, n, i[0], i[1]); }},
     {"ZeroSamplesWriteNothing", {{4, Seq(8)}}, {{4, {kC}}, {4, {kC}}, {4, {kC}}, {4, {kC}}}, 0,
      Split<U32, U32, 4, AudioDeinterleave16to16>},
+    {"DeInterleave16to24ShiftsBy8", Filled({16}, 2, 0x8000), Filled(k4x8, 4, 0x00800000), kN,
+     Split<U16, U32, 4, AudioDeInterleave16to24, 8>},
+    {"DeInterleave16to32ShiftsBy16", Filled({16}, 2, 0x8000), Filled(k4x8, 4, 0x80000000), kN,
+     Split<U16, U32, 4, AudioDeInterleave16to32, 8>},
+    {"Deinterleave32to20KeepsTop20", Filled({32}, 4, 0x12345678), Filled(k4x8, 4, 0x12345000), kN,
+     Split<U32, U32, 4, AudioDeinterleave32to20>},
+    {"Deinterleave32to24ClearsLowByte", Filled({32}, 4, 0x12345678), Filled(k4x8, 4, 0x12345600), kN,
+     Split<U32, U32, 4, AudioDeinterleave32to24>},
+    {"Deinterleave24to16KeepsUpperHalf", Filled({32}, 4, 0x12345678), Filled(k4x4, 2, 0x1234), kN,
+     Split<U32, U16, 4, AudioDeinterleave24to16>},
+    {"Deinterleave32to16_16KeepsUpperHalf", Filled({64}, 4, 0xFEDCBA98), Filled(k8x4, 2, 0xFEDC), kN,
+     Split<U32, U16, 8, AudioDeinterleave32to16_16>},
+    {"Interleave16to24ShiftsBy16", Filled(k4x4, 2, 0x8000), Filled({32}, 4, 0x80000000), kN,
+     Join<U16, U32, 4, AudioInterleave16to24, 8>},
+    {"Interleave16to32_16ShiftsBy16", Filled(k8x4, 2, 0xFFFF), Filled({64}, 4, 0xFFFF0000), kN,
+     Join<U16, U32, 8, AudioInterleave16to32_16, 16>},
+    {"InterleavePair16to32ShiftsBy16", Filled({4}, 2, 0x8001), Filled({8}, 4, 0x80010000), kN,
+     [](In i, Out o, uint32_t n) { AudioInterleavePair16to32(o[0], i[0], 0, 0, 2, n); }},
+    {"DualMono2Stereo32From16ShiftsBy16", Filled({2, 2}, 2, 0x7FFF), Filled({8}, 4, 0x7FFF0000), kN,
+     [](In i, Out o, uint32_t n) { AudioInterleaveDualMono2Stereo32(o[0], 16, n, i[0], i[1]); }},
 };
 
 // Runs the call on both paths with its outputs pre-filled with canary bytes; every output must
 // equal its expected buffer (width 0: passed as null).
-void ExpectWrites(const char *name, const std::vector<Buf> &in, const std::vector<Buf> &expected, uint32_t n,
-                  void (*run)(In in, Out out, uint32_t n)) {
+class InterleaveLayout : public testing::TestWithParam<LayoutCase> {};
+
+TEST_P(InterleaveLayout, WritesExactlyTheExpectedElements) {
+  const LayoutCase &c = GetParam();
   for (int path = 0; path < 2; ++path) {
     kvtest::ScopedAvx2 force(path);
     std::vector<std::vector<uint8_t>> ins, outs;
     std::vector<const uint8_t *> inPtrs;
     std::vector<uint8_t *> outPtrs;
-    for (const Buf &b : in) inPtrs.push_back(b.width ? ins.emplace_back(b.Bytes()).data() : nullptr);
-    for (const Buf &b : expected)
+    for (const Buf &b : c.in) inPtrs.push_back(b.width ? ins.emplace_back(b.Bytes()).data() : nullptr);
+    for (const Buf &b : c.expected)
       outPtrs.push_back(b.width ? outs.emplace_back(b.values.size() * b.width, kCanary).data() : nullptr);
-    run(inPtrs.data(), outPtrs.data(), n);
+    c.run(inPtrs.data(), outPtrs.data(), c.n);
     size_t k = 0;
-    for (const Buf &b : expected) {
-      if (!b.width) continue;
-      EXPECT_EQ(outs[k], b.Bytes()) << name << " path " << path << " output " << k;
-      ++k;
-    }
+    for (const Buf &b : c.expected)
+      if (b.width) {
+        EXPECT_EQ(outs[k++], b.Bytes()) << "path " << path << " output " << k;
+      }
   }
-}
-
-class InterleaveLayout : public testing::TestWithParam<LayoutCase> {};
-
-TEST_P(InterleaveLayout, WritesExactlyTheExpectedElements) {
-  const LayoutCase &c = GetParam();
-  ExpectWrites(c.name, c.in, c.expected, c.n, c.run);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, InterleaveLayout, testing::ValuesIn(kLayoutCases),
                          [](const testing::TestParamInfo<LayoutCase> &i) { return std::string(i.param.name); });
-
-// One sample value through every element of a member, over a length that spans kernel blocks
-// and a remainder: catches a wrong shift, mask or half on either path.
-struct TransformCase {
-  const char *name;
-  std::vector<size_t> inBytes, outBytes;  // bytes a period per buffer
-  void (*run)(In in, Out out, uint32_t n);
-  size_t inWidth;
-  uint32_t in;
-  size_t outWidth;
-  uint32_t out;
-};
-
-const TransformCase kTransformCases[] = {
-    {"DeInterleave16to24ShiftsBy8", {16}, {8, 8, 8, 8}, Split<U16, U32, 4, AudioDeInterleave16to24, 8>, 2, 0x8000, 4,
-     0x00800000},
-    {"DeInterleave16to32ShiftsBy16", {16}, {8, 8, 8, 8}, Split<U16, U32, 4, AudioDeInterleave16to32, 8>, 2, 0x8000, 4,
-     0x80000000},
-    {"Deinterleave32to20KeepsTop20", {32}, {8, 8, 8, 8}, Split<U32, U32, 4, AudioDeinterleave32to20>, 4, 0x12345678, 4,
-     0x12345000},
-    {"Deinterleave32to24ClearsLowByte", {32}, {8, 8, 8, 8}, Split<U32, U32, 4, AudioDeinterleave32to24>, 4, 0x12345678,
-     4, 0x12345600},
-    {"Deinterleave24to16KeepsUpperHalf", {32}, {4, 4, 4, 4}, Split<U32, U16, 4, AudioDeinterleave24to16>, 4,
-     0x12345678, 2, 0x1234},
-    {"Deinterleave32to16_16KeepsUpperHalf", {64}, std::vector<size_t>(8, 4),
-     Split<U32, U16, 8, AudioDeinterleave32to16_16>, 4, 0xFEDCBA98, 2, 0xFEDC},
-    {"Interleave16to24ShiftsBy16", {4, 4, 4, 4}, {32}, Join<U16, U32, 4, AudioInterleave16to24, 8>, 2, 0x8000, 4,
-     0x80000000},
-    {"Interleave16to32_16ShiftsBy16", std::vector<size_t>(8, 4), {64},
-     Join<U16, U32, 8, AudioInterleave16to32_16, 16>, 2, 0xFFFF, 4, 0xFFFF0000},
-    {"InterleavePair16to32ShiftsBy16", {4}, {8},
-     [](In i, Out o, uint32_t n) { AudioInterleavePair16to32(o[0], i[0], 0, 0, 2, n); }, 2, 0x8001, 4, 0x80010000},
-    {"DualMono2Stereo32From16ShiftsBy16", {2, 2}, {8},
-     [](In i, Out o, uint32_t n) { AudioInterleaveDualMono2Stereo32(o[0], 16, n, i[0], i[1]); }, 2, 0x7FFF, 4,
-     0x7FFF0000},
-};
-
-class InterleaveTransform : public testing::TestWithParam<TransformCase> {};
-
-TEST_P(InterleaveTransform, EverySampleTransformedAlike) {
-  const TransformCase &c = GetParam();
-  constexpr uint32_t kN = 19;
-  // Buffers of kN periods of the given bytes, every element `width` wide and equal to `value`.
-  const auto filled = [](const std::vector<size_t> &bytes, size_t width, uint32_t value) {
-    std::vector<Buf> bufs;
-    for (size_t b : bytes) bufs.push_back({width, std::vector<uint32_t>(kN * b / width, value)});
-    return bufs;
-  };
-  ExpectWrites(c.name, filled(c.inBytes, c.inWidth, c.in), filled(c.outBytes, c.outWidth, c.out), kN, c.run);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, InterleaveTransform, testing::ValuesIn(kTransformCases),
-                         [](const testing::TestParamInfo<TransformCase> &i) { return std::string(i.param.name); });
 
 }  // namespace

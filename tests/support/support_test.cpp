@@ -1,6 +1,11 @@
-// Frame count <-> BCD time address conversion of the timecode support library.
+// The support libraries: kvutil's error lines and recursive critical section, and tcxlat's
+// frame count <-> BCD time address conversion.
 #include <gtest/gtest.h>
 
+#include <thread>
+
+#include "frame/errors.h"
+#include "kvutil.h"
 #include "tcxlat.h"
 
 namespace {
@@ -12,6 +17,9 @@ uint32_t Bcd(uint32_t h, uint32_t m, uint32_t s, uint32_t f) {
   auto b = [](uint32_t v) { return ((v / 10) << 4) | (v % 10); };
   return b(f) << 24 | b(s) << 16 | b(m) << 8 | b(h);
 }
+
+// The four bytes written, frames first, as one word.
+uint32_t Word(const uint8_t o[4]) { return uint32_t{o[0]} << 24 | o[1] << 16 | o[2] << 8 | o[3]; }
 
 TEST(Tcxlat, KnownAddresses) {
   struct Case {
@@ -29,10 +37,7 @@ TEST(Tcxlat, KnownAddresses) {
     uint8_t out[4] = {};
     ASSERT_EQ(tc2String(c.frame, c.rate | kToString, out), 0);
     const uint32_t word = Bcd(c.h, c.m, c.s, c.f);
-    EXPECT_EQ(out[0], word >> 24) << "rate " << c.rate << " frame " << c.frame;
-    EXPECT_EQ(out[1], (word >> 16) & 0xFF);
-    EXPECT_EQ(out[2], (word >> 8) & 0xFF);
-    EXPECT_EQ(out[3], word & 0xFF);
+    EXPECT_EQ(Word(out), word) << "rate " << c.rate << " frame " << c.frame;
     EXPECT_EQ(tc2Frame(word, c.rate | kToFrame), c.frame);
   }
 }
@@ -43,11 +48,10 @@ TEST(Tcxlat, RoundTripAndDayWrap) {
     for (uint32_t n = 0; n < perDay; n += 997) {
       uint8_t o[4];
       ASSERT_EQ(tc2String(n, rate | kToString, o), 0);
-      const uint32_t word = uint32_t(o[0]) << 24 | o[1] << 16 | o[2] << 8 | o[3];
-      ASSERT_EQ(tc2Frame(word, rate | kToFrame), n) << "rate " << rate;
+      ASSERT_EQ(tc2Frame(Word(o), rate | kToFrame), n) << "rate " << rate;
       uint8_t w[4];
       tc2String(n + perDay, rate | kToString, w);
-      ASSERT_EQ(0, memcmp(o, w, 4));
+      ASSERT_EQ(Word(w), Word(o));
     }
   }
 }
@@ -61,8 +65,7 @@ TEST(Tcxlat, EveryRateByteMatchesTheEncoderTable) {
     EXPECT_EQ(tcNominalRate(r | 0xABCD00), fps) << "rate byte " << r;
     uint8_t o[4];
     ASSERT_EQ(tc2String(60 * fps, r | kToString, o), 0);
-    EXPECT_EQ(o[0], drop ? 0x02 : 0x00) << "rate byte " << r;
-    EXPECT_EQ(o[1] << 8 | o[2], 0x0001) << "rate byte " << r;
+    EXPECT_EQ(Word(o) >> 8, drop ? 0x020001u : 0x000001u) << "rate byte " << r;
   }
 }
 
@@ -78,6 +81,36 @@ TEST(Tcxlat, RejectsBadWords) {
   EXPECT_EQ(tc2Frame(Bcd(0, 10, 0, 0), 0x04 | kToFrame), 17982u);         // tenth minute kept
   EXPECT_EQ(tc2Frame(Bcd(25, 35, 35, 0), 0x10 | kToFrame), TCXLAT_INVALID);  // found by fuzzing
   EXPECT_EQ(tc2Frame(Bcd(25, 0, 0, 0), 0x10 | kToFrame | TCXLAT_NO_WRAP), 25u * 90000);
+}
+
+TEST(Kvutil, ErrorLinesAreWholeLines) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(kvaudio::ReportError(0xA80A8003), 0xA80A8003u);
+  ErrFmtOut(0xC0000000, 0, 0, "ERROR(audRemapping): %s\n\r", "text");
+  const std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(err, "audioUtil(0xA80A8003)\nERROR(audRemapping): text\n");
+}
+
+TEST(Kvutil, CriticalSectionIsRecursiveAndExcludes) {
+  KVCRITICAL_SECTION cs;
+  kvOSInitializeCriticalSection(&cs);
+  kvOSEnterCriticalSection(&cs);
+  kvOSEnterCriticalSection(&cs);
+  kvOSLeaveCriticalSection(&cs);
+  kvOSLeaveCriticalSection(&cs);
+  long counter = 0;
+  auto work = [&] {
+    for (int i = 0; i < 20000; ++i) {
+      kvOSEnterCriticalSection(&cs);
+      ++counter;
+      kvOSLeaveCriticalSection(&cs);
+    }
+  };
+  std::thread a(work), b(work);
+  a.join();
+  b.join();
+  EXPECT_EQ(counter, 40000);
+  kvOSDeleteCriticalSection(&cs);
 }
 
 }  // namespace
