@@ -1,72 +1,64 @@
-// AESEBU groups and blocks, and the packed 24-bit readers, against hand-placed bits.
+// Bit-serial AESEBU groups and SMPTE 302M payloads against hand-placed bits, and the packed 24-bit readers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
 #include "kvaudio/aes3.h"
-#include "stream_bits.h"
 #include "test_util.h"
 
 namespace {
 
-using kvtest::PutBits;
+using Bytes = std::vector<uint8_t>;
+
+// Places `width` bits of value LSB first from stream position q: byte q / 8, bit 7 - q % 8.
+void PutBits(uint8_t *bytes, int q, uint32_t value, int width) {
+  for (int b = 0; b < width; ++b, ++q)
+    if ((value >> b) & 1) bytes[q / 8] |= static_cast<uint8_t>(0x80 >> (q % 8));
+}
 
 TEST(AesebuRead, EachWidthFromHandBuiltGroups) {
-  // Two frames of a 4-channel stream; pair 1 is read. Control positions hold ones, ignored.
-  struct Case { int width, group, rightAt; };
-  for (const Case c : {Case{16, 5, 20}, Case{20, 6, 24}, Case{24, 7, 28}}) {
-    const uint32_t mask = (1u << c.width) - 1;
-    const uint32_t samples[2][2] = {{0xA5A5A5u & mask, 0x5A5A5Au & mask}, {mask, 1}};
-    std::vector<uint8_t> stream(2 * 2 * c.group, 0);
-    for (int f = 0; f < 2; ++f) {
-      uint8_t *g = stream.data() + (2 * f + 1) * c.group;
-      PutBits(g, 0, samples[f][0], c.width);
-      PutBits(g, c.width, 0xF, 4);
-      PutBits(g, c.rightAt, samples[f][1], c.width);
-      PutBits(g, c.rightAt + c.width, 0xF, 4);
-    }
+  // Two frames of a 4-channel stream; pair 1 is read. V, U, C, P hold ones and are ignored.
+  using Reader = uint64_t (*)(const uint8_t *, uint32_t *, uint32_t, uint32_t, uint32_t);
+  struct Case { int width, group; Reader read; };
+  for (const Case c : {Case{16, 5, KVAudioDeinterleave16AESEBUto32Stereo}, Case{20, 6, KVAudioDeinterleave20AESEBUto32Stereo},
+                       Case{24, 7, KVAudioDeinterleave24AESEBUto32Stereo}}) {
+    const uint32_t mask = (1u << c.width) - 1, samples[] = {0xA5A5A5u & mask, 0x5A5A5Au & mask, mask, 1};
+    Bytes stream(4 * c.group, 0);
+    for (int i = 0; i < 4; ++i)
+      PutBits(&stream[(i / 2 * 2 + 1) * c.group], i % 2 * (c.width + 4), samples[i] | 0xFu << c.width, c.width + 4);
     std::vector<uint32_t> out(4);
-    const uint8_t *s = stream.data();
-    if (c.width == 16) {
-      std::vector<int16_t> out16(4);
-      KVAudioDeinterleave16AESEBUto16Stereo(s, out16.data(), 1, 4, 2);
-      for (int i = 0; i < 4; ++i) EXPECT_EQ(static_cast<uint16_t>(out16[i]), samples[i / 2][i % 2]);
-      KVAudioDeinterleave16AESEBUto32Stereo(s, out.data(), 1, 4, 2);
-    } else if (c.width == 20) {
-      KVAudioDeinterleave20AESEBUto32Stereo(s, out.data(), 1, 4, 2);
-    } else {
-      KVAudioDeinterleave24AESEBUto32Stereo(s, out.data(), 1, 4, 2);
-    }
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(out[i], samples[i / 2][i % 2] << (32 - c.width)) << c.width << " " << i;
+    c.read(stream.data(), out.data(), 1, 4, 2);
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(out[i], samples[i] << (32 - c.width)) << c.width << " " << i;
+    if (c.width != 16) continue;
+    std::vector<int16_t> out16(4);
+    KVAudioDeinterleave16AESEBUto16Stereo(stream.data(), out16.data(), 1, 4, 2);
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(static_cast<uint16_t>(out16[i]), samples[i]);
   }
 }
 
 TEST(AesebuWrite, BlockLayoutAndHeaderPhase) {
   std::vector<uint32_t> stereo(2 * 400);
   for (size_t i = 0; i < stereo.size(); ++i) stereo[i] = static_cast<uint32_t>(i * 0x01234567u) | 0xFF;
-  std::vector<uint8_t> blocks(1348 * 3, 0xEE);
+  Bytes blocks(1348 * 3, 0xEE);
   blocks[0] = 0xF3;
   EXPECT_EQ(KVAudioInterleave24toAESEBU24Stereo(blocks.data(), stereo.data(), 400, 0), 3072u);
   EXPECT_EQ(blocks[0], 0x83);  // phase bits kept
   EXPECT_EQ(blocks[1348], 0x80 | (0xEE & 7));
   for (size_t b = 0; b < 2; ++b) {
-    const uint8_t *block = blocks.data() + b * 1348;
-    EXPECT_EQ(block[1], 192);
-    EXPECT_EQ(block[2], 0);
-    EXPECT_EQ(block[3], 0xFF);
+    EXPECT_EQ(Bytes(&blocks[b * 1348 + 1], &blocks[b * 1348 + 4]), (Bytes{192, 0, 0xFF}));
     for (size_t f = 0; f < 192; ++f) {
       uint8_t expect[7] = {};
       PutBits(expect, 0, stereo[2 * (b * 192 + f)] >> 8, 24);
       PutBits(expect, 28, stereo[2 * (b * 192 + f) + 1] >> 8, 24);
-      ASSERT_EQ(std::memcmp(block + 4 + f * 7, expect, 7), 0) << b << " " << f;
+      ASSERT_EQ(std::memcmp(&blocks[b * 1348 + 4 + f * 7], expect, 7), 0) << b << " " << f;
     }
   }
   EXPECT_EQ(blocks[2 * 1348], 0xEE);  // the remainder of 16 frames builds nothing
-
-  std::vector<uint8_t> untouched(1348, 0xEE);
+  Bytes untouched(1348, 0xEE);
   EXPECT_EQ(KVAudioInterleave24toAESEBU24Stereo(untouched.data(), stereo.data(), 191, 1), 0u);
-  EXPECT_EQ(untouched, std::vector<uint8_t>(1348, 0xEE));
+  EXPECT_EQ(untouched, Bytes(1348, 0xEE));
   untouched[0] = 0x85;
   KVAudioInterleave24toAESEBU24Stereo(untouched.data(), stereo.data(), 192, 1);
   EXPECT_EQ(untouched[0], 0x80);  // resetPhase
@@ -79,52 +71,127 @@ uint32_t Expect24(uint32_t j, bool be) {
   return j % 2 ? 0 : be ? 0x11220000u | u << 8 : u << 24 | 0x221100u;
 }
 
-TEST(Packed24, ReadersAndReinterleaversOnBothPaths) {
+TEST(Packed24, ReadersAndReinterleavers) {
   const uint32_t n = 35;
-  std::vector<uint8_t> packed(12 * n);  // 12-byte frames; packed[6 * i..] also forms a 6-byte run
+  Bytes packed(12 * n);  // 12-byte frames; packed[6 * i..] also forms a 6-byte run
   for (uint32_t i = 0; i < 2 * n; ++i) packed[6 * i] = 0x11, packed[6 * i + 1] = 0x22, packed[6 * i + 2] = i & 0xFF;
-  for (int path = 0; path < 2; ++path)
-    for (uint32_t be = 0; be < 2; ++be) {
-      kvtest::ScopedAvx2 force(path);
-      std::vector<uint32_t> out(2 * n, 7);
-      KVAudioConvertAES324Monoto32(out.data(), packed.data(), n, be);
-      for (uint32_t j = 0; j < n; ++j) EXPECT_EQ(out[j], Expect24(j, be)) << j;
-      KVAudioConvertAES324Stereoto32(out.data(), packed.data(), n, be, 1, 12);  // pair at byte 6
-      for (uint32_t i = 0; i < 2 * n; ++i) EXPECT_EQ(out[i], Expect24(4 * (i / 2) + 2 + i % 2, be));
-      // Stride 12: only A is offset (to byte 6); B starts at its first byte.
-      KVAudioConvertAES324DualMonoto32(out.data(), packed.data(), packed.data(), n, be, 1, 12);
-      for (uint32_t i = 0; i < 2 * n; ++i) EXPECT_EQ(out[i], Expect24(4 * (i / 2) + 2 * (1 - i % 2), be));
-      for (uint32_t slot : {0u, 1u, 2u}) {
-        std::vector<uint32_t> stereo(4 * n, 7);
-        (be ? KVAudioReinterleaveAES3_24monoto32stereo_BE : KVAudioReinterleaveAES3_24monoto32stereo)(
-            stereo.data(), packed.data(), slot, 2 * n);
-        for (uint32_t i = 0; i < 2 * n; ++i) {
-          EXPECT_EQ(stereo[2 * i + (slot == 1)], Expect24(i, be));
-          EXPECT_EQ(stereo[2 * i + (slot != 1)], 7u);  // the other channel is not written
-        }
-      }
+  for (uint32_t be = 0; be < 2; ++be) {
+    std::vector<uint32_t> out(2 * n, 7);
+    KVAudioConvertAES324Monoto32(out.data(), packed.data(), n, be);
+    for (uint32_t j = 0; j < n; ++j) EXPECT_EQ(out[j], Expect24(j, be)) << j;
+    KVAudioConvertAES324Stereoto32(out.data(), packed.data(), n, be, 1, 12);  // pair at byte 6
+    for (uint32_t i = 0; i < 2 * n; ++i) EXPECT_EQ(out[i], Expect24(4 * (i / 2) + 2 + i % 2, be));
+    // Stride 12: only A is offset (to byte 6); B starts at its first byte.
+    KVAudioConvertAES324DualMonoto32(out.data(), packed.data(), packed.data(), n, be, 1, 12);
+    for (uint32_t i = 0; i < 2 * n; ++i) EXPECT_EQ(out[i], Expect24(4 * (i / 2) + 2 * (1 - i % 2), be));
+    for (uint32_t slot : {0u, 1u, 2u}) {
+      std::vector<uint32_t> stereo(4 * n, 7);
+      (be ? KVAudioReinterleaveAES3_24monoto32stereo_BE : KVAudioReinterleaveAES3_24monoto32stereo)(
+          stereo.data(), packed.data(), slot, 2 * n);
+      for (uint32_t i = 0; i < 4 * n; ++i) EXPECT_EQ(stereo[i], i % 2 == (slot == 1) ? Expect24(i / 2, be) : 7u);
     }
+  }
 }
 
 TEST(Packed24, MonoCopiesIntoOneChannel) {
-  for (int path = 0; path < 2; ++path) {
-    kvtest::ScopedAvx2 force(path);
-    std::vector<int16_t> mono16(37);
-    std::vector<uint32_t> mono32(37);
-    for (size_t i = 0; i < 37; ++i) mono16[i] = static_cast<int16_t>(-3 * i), mono32[i] = 0x10001u * i;
-    for (uint32_t slot : {0u, 1u, 5u}) {
-      std::vector<int16_t> s16(74, 7);
-      std::vector<uint32_t> s32(74, 7);
-      KVAudioReinterleaveAES3_16monoto16stereo(mono16.data(), s16.data(), slot, 37);
-      KVAudioReinterleaveAES3_32monoto32stereo(mono32.data(), s32.data(), slot, 37);
-      for (size_t i = 0; i < 37; ++i) {
-        EXPECT_EQ(s16[2 * i + (slot == 1)], mono16[i]);
-        EXPECT_EQ(s32[2 * i + (slot == 1)], mono32[i]);
-        EXPECT_EQ(s16[2 * i + (slot != 1)], 7);
-        EXPECT_EQ(s32[2 * i + (slot != 1)], 7u);
-      }
+  std::vector<int16_t> m16(37);
+  std::vector<uint32_t> m32(37);
+  for (size_t i = 0; i < 37; ++i) m16[i] = static_cast<int16_t>(-3 * i), m32[i] = 0x10001u * i;
+  for (uint32_t slot : {0u, 1u, 5u}) {
+    std::vector<int16_t> s16(74, 7);
+    std::vector<uint32_t> s32(74, 7);
+    KVAudioReinterleaveAES3_16monoto16stereo(m16.data(), s16.data(), slot, 37);
+    KVAudioReinterleaveAES3_32monoto32stereo(m32.data(), s32.data(), slot, 37);
+    for (size_t i = 0; i < 74; ++i) {
+      const bool mine = i % 2 == (slot == 1);
+      EXPECT_EQ(s16[i], mine ? m16[i / 2] : 7) << slot << " " << i;
+      EXPECT_EQ(s32[i], mine ? m32[i / 2] : 7u) << slot << " " << i;
     }
   }
+}
+
+TEST(Smpte302Header, FieldsAndOrderOfWork) {
+  struct Case { uint32_t channels; uint8_t id, old1, byte0, byte1; uint32_t frames; };
+  const Case cases[] = {
+      {2, 0, 0xFF, 0x10, 0x00, 2},  // 2 frames x 2 channels x 3 = 12 payload bytes
+      {4, 0, 0x00, 0x10, 0x40, 1},
+      {8, 5, 0x00, 0x50, 0xC1, 1},  // id 5: byte 0 bits 6-7 = 01, byte 1 bits 0-5 = 000001
+      {3, 0, 0x80, 0x10, 0x80, 1},  // other counts keep the old channel-count bits
+      {6, 0xFF, 0x00, 0xD0, 0xBF, 0},
+  };
+  for (const Case &c : cases) {
+    Bytes buf(4 + 4 * 255 + 8 * 3 * 4, 0xEE);
+    buf[0] = 0xEF, buf[1] = c.old1;
+    const std::vector<int16_t> stereo(2 * c.frames + 2, 0);
+    KVAudioInterleaveStereo16bitStereo_toAES_302_20bit(buf.data(), stereo.data(), c.channels, c.id, 0xDEAD, c.frames);
+    const uint32_t size = c.frames * c.channels * 3;
+    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + 4), (Bytes{c.byte0, c.byte1, uint8_t(size), uint8_t(size >> 8)}))
+        << c.channels;
+  }
+}
+
+TEST(Smpte302Write, PlacementOfLeftAndRight) {
+  // Left at channelId * sample size, right (channels / 2) * 3 bytes later, frames channels * 3 apart.
+  const int16_t in16[] = {0x0001, -2, 0x7FFF, static_cast<int16_t>(0x8000)};
+  const uint32_t in32[] = {0x12345FFFu, 0xFEDCBA98u, 0x00001000u, 0x80000000u};
+  for (uint32_t channels : {2u, 4u, 6u, 8u})
+    for (uint8_t id : {uint8_t{0}, uint8_t{5}})
+      for (int width : {16, 32}) {
+        Bytes buf(4 + 4 * id + 2 * channels * 3, 0xEE), expect = buf;
+        const size_t start = 4 + (width == 16 ? 2 : 4) * size_t{id};
+        for (size_t i = 0; i < 4; ++i) {
+          uint8_t *at = &expect[start + i / 2 * channels * 3 + i % 2 * (channels / 2) * 3];
+          at[0] = at[1] = at[2] = 0;
+          PutBits(at, 0, width == 16 ? static_cast<uint16_t>(in16[i]) << 4 : in32[i] >> 12, 20);
+        }
+        if (width == 16) KVAudioInterleaveStereo16bitStereo_toAES_302_20bit(buf.data(), in16, channels, id, 0, 2);
+        else KVAudioInterleaveStereo32bitStereo_toAES_302_20bit(buf.data(), in32, channels, id, 0, 2);
+        EXPECT_TRUE(std::equal(buf.begin() + 4, buf.end(), expect.begin() + 4)) << channels << " " << width;
+        if (width == 16 && id == 0) EXPECT_EQ(buf[4], 0x08);  // 0x0001 -> 20-bit 0x10
+      }
+}
+
+// The 20-bit reader gets back what the writer placed (the writer's layout is checked above).
+TEST(Smpte302RoundTrip, StereoThrough20BitPayload) {
+  const uint32_t frames = 33;
+  const auto bytes = kvtest::RandomBytes(frames * 8, 9);
+  std::vector<uint32_t> in(2 * frames), left(2 * frames), right(2 * frames);
+  std::memcpy(in.data(), bytes.data(), frames * 8);
+  for (uint32_t channels : {2u, 4u, 6u, 8u}) {
+    // With 2 channels the last group read at channel 1 overhangs the payload by 3 bytes.
+    Bytes payload(4 + frames * channels * 3 + 3);
+    KVAudioInterleaveStereo32bitStereo_toAES_302_20bit(payload.data(), in.data(), channels, 0, 0, frames);
+    // The right sample sits in channel channels / 2, read as that group's left sample.
+    KVAudioDeinterleaveAES_302_20bit_toStereo32(left.data(), payload.data(), channels, 0, frames);
+    KVAudioDeinterleaveAES_302_20bit_toStereo32(right.data(), payload.data(), channels, channels / 2, frames);
+    for (size_t i = 0; i < 2 * frames; ++i)
+      EXPECT_EQ((i % 2 ? right : left)[i / 2 * 2], in[i] & 0xFFFFF000u) << channels << " " << i;
+  }
+}
+
+TEST(Smpte302Read, SixteenBitAndAsymmetricTwentyFourBitReaders) {
+  // Four channels, pair 1 read. 16-bit groups: left 0x8001, right 0x1234 at positions 20-35.
+  Bytes p16(4 + 2 * 10, 0);
+  for (int f = 0; f < 2; ++f) {
+    PutBits(&p16[4 + f * 10 + 5], 0, 0x8001 | 0xF << 16, 20);  // V, U, C, P ones are ignored
+    PutBits(&p16[4 + f * 10 + 5], 20, 0x1234, 16);
+  }
+  std::vector<int16_t> out16(4);
+  KVAudioDeinterleaveAES_302_16bit_toStereo32(out16.data(), p16.data(), 4, 3, 2);
+  EXPECT_EQ(out16, (std::vector<int16_t>{-0x7FFF, 0x1234, -0x7FFF, 0x1234}));
+  // 24-bit: left 0xABCDEF; right 0x123456; left subframe's V, U, C, F all 1 (b3 high nibble).
+  Bytes p24(4 + 7 * 8 * 10, 0);
+  uint8_t *g = &p24[4 + 7];
+  PutBits(g, 0, 0xFABCDEF, 28);
+  PutBits(g, 28, 0x123456, 24);
+  std::vector<uint32_t> out(20);
+  EXPECT_EQ(KVAudioDeinterleaveAES_302_24bit_toStereo32(out.data(), p24.data(), 8, 2, 10), 320u);
+  EXPECT_EQ(out[0], 0xABCDEF00u);
+  EXPECT_EQ(out[1], 0x123450F0u);  // bits 4-7 from V,U,C,F; the low audio nibble 6 is dropped
+  g[3] = 0x0F;                      // right LSBs set, V,U,C,F clear: bits 4-11 read as 0
+  KVAudioDeinterleaveAES_302_24bit_toStereo32(out.data(), p24.data(), 8, 2, 1);
+  EXPECT_EQ(out[1] & 0xFF0u, 0u);
+  EXPECT_EQ(KVAudioDeinterleaveAES_302_24bit_toStereo32(out.data(), p24.data(), 8, 2, 0), 0u);
 }
 
 }  // namespace
