@@ -3,16 +3,67 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <complex>
+#include <array>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "kvaudio/loudness.h"
-#include "meter_model.h"
 #include "test_util.h"
 
 namespace {
+
+// An independent double-precision model of the measurement. Direct form I biquad: b0 b1 b2 a1 a2.
+struct Biquad {
+  double b0, b1, b2, a1, a2, x1 = 0, x2 = 0, y1 = 0, y2 = 0;
+  double Run(double x) {
+    const double y = b0 * x + b1 * x1 + b2 * x2 - a1 * y1 - a2 * y2;
+    x2 = x1, x1 = x, y2 = y1, y1 = y;
+    return y;
+  }
+};
+
+// BS.1770 shelf at fs: the published table at 48 kHz, else a +4 dB shelf above 1682 Hz, Q 0.70719.
+Biquad ShelfFor(double fs) {
+  if (fs == 48000.0) return {1.53512485958697, -2.69169618940638, 1.19839281085285, -1.69065929318241, 0.73248077421585};
+  const double k = std::tan(M_PI * 1682.0 / fs), vh = std::pow(10.0, 0.2), vb = std::pow(10.0, 0.1);
+  const double q = 0.707189761905293, d = 1.0 + k / q + k * k;
+  return {(vh + vb * k / q + k * k) / d, 2.0 * (k * k - vh) / d, (vh - vb * k / q + k * k) / d,
+          2.0 * (k * k - 1.0) / d, (1.0 - k / q + k * k) / d};
+}
+
+// K-weighted samples (kept as float) in windows sliding by a step, the weighted sum of the
+// channels' mean squares; mode 3 keeps windows above -70 LKFS. x: interleaved, scaled to [-1, 1].
+struct ModelRun { size_t step; std::vector<double> stepLoudness, kept; };
+ModelRun Model(int mode, double fs, const std::vector<double> &weights, const std::vector<double> &x) {
+  const size_t nch = weights.size(), window = static_cast<size_t>(std::array{400, 3000, 10000}[mode - 1] * fs / 1000);
+  ModelRun r{static_cast<size_t>(std::array{200, 100, 1000}[mode - 1] * fs / 1000), {}, {}};
+  std::vector<Biquad> pre(nch, ShelfFor(fs)), rlb(nch, {1.0, -2.0, 1.0, -1.99004745483398, 0.99007225036621});
+  std::vector<std::vector<float>> history(nch);
+  double current = 0.0;
+  for (size_t t = 1; t <= x.size() / nch; ++t) {
+    for (size_t c = 0; c < nch; ++c) history[c].push_back(static_cast<float>(rlb[c].Run(pre[c].Run(x[(t - 1) * nch + c]))));
+    if (t % r.step) continue;
+    double sum = 0.0;
+    for (size_t c = 0; c < nch; ++c)
+      for (size_t i = t > window ? t - window : 0; i < t; ++i) sum += double{history[c][i]} * history[c][i] / window * weights[c];
+    if (sum != 0.0) current = 10.0 * std::log10(sum) - 0.691;
+    r.stepLoudness.push_back(current);
+    if (mode == 3 && current > -70.0) r.kept.push_back(sum);
+  }
+  return r;
+}
+
+// Mean of the kept powers above the gate 8 LU below their mean (0 when none is kept).
+double Integrated(const std::vector<double> &kept) {
+  double mean = 0.0, sum = 0.0, n = 0;
+  for (double p : kept) mean += p / static_cast<double>(kept.size());
+  for (double p : kept)
+    if (10.0 * std::log10(p) > 10.0 * std::log10(mean) - 8.0) sum += p, ++n;
+  return kept.empty() ? 0.0 : 10.0 * std::log10(sum / n) - 0.691;
+}
 
 struct Meter {
   s_ebu_r128 s{};
@@ -56,13 +107,13 @@ TEST(Meter, FollowsTheModelWhateverTheChunking) {
       std::memcpy(&bytes[i * w], &v[i], w);  // little-endian: the low bytes
       scaled[i] = v[i] / (std::ldexp(1.0, c.bits - 1) - 1);
     }
-    loudtest::MeterModel model(c.mode, c.rate, c.channels);
     Meter whole(c.mode, c.rate, c.channels, c.bits), parts(c.mode, c.rate, c.channels, c.bits);
+    std::vector<double> weights(c.channels, 1.0);
     if (c.channels == 6) {
       ebu_r128_set_5_1(&whole.s), ebu_r128_set_5_1(&parts.s);
-      model.weights = {1, 1, 1, std::pow(10.0, 0.15), std::pow(10.0, 0.15), 0};
+      weights = {1, 1, 1, std::pow(10.0, 0.15), std::pow(10.0, 0.15), 0};
     }
-    model.Feed(scaled);
+    const ModelRun model = Model(c.mode, c.rate, weights, scaled);
     ASSERT_EQ(ebu_r128_process_samples(&whole.s, bytes.data(), periods), 1u);
     kvtest::Rng rng(c.bits);
     for (size_t done = 0, n; done < periods; done += n) {
@@ -77,7 +128,7 @@ TEST(Meter, FollowsTheModelWhateverTheChunking) {
     ASSERT_EQ(parts.s.integratorCount, model.kept.size());
     EXPECT_TRUE(std::equal(whole.s.integrator, whole.s.integrator + model.kept.size(), parts.s.integrator));
     ebu_r128_get_integrated_lufs(&parts.s);
-    EXPECT_NEAR(parts.s.integratedLoudness, model.kept.empty() ? 0.0 : model.Integrated(), 2e-4);
+    EXPECT_NEAR(parts.s.integratedLoudness, Integrated(model.kept), 2e-4);
   }
 }
 
@@ -150,14 +201,9 @@ TEST(Meter, WeightSetsGainAndGate) {
   EXPECT_EQ(two.s.relativeGate, 10);
 }
 
-double GainDb(const itu1770_filter &f, double hz, double fs) {
-  const std::complex<double> z = std::polar(1.0, -2 * M_PI * hz / fs);  // z^-1
-  return 20 * std::log10(std::abs((f.b0 + f.b1 * z + f.b2 * z * z) / (1.0 + f.a1 * z + f.a2 * z * z)));
-}
-
-// The published tables (a0 a1 a2 b0 b1 b2 in order) at 48 kHz; the RLB table at every rate; the
-// shelf design elsewhere with 0 dB at DC, about +4 dB high up, and close to the table near 48 kHz.
-TEST(Filter, TablesAndShelfDesign) {
+// The published tables (a0 a1 a2 b0 b1 b2 in order) at 48 kHz, the RLB table at every rate, and a
+// shelf design close to the table next to 48 kHz (the model checks the design at 44.1 kHz).
+TEST(Filter, TablesAndDesignNear48kHz) {
   itu1770_filter pre, rlb, rlb8k;
   filter_init_pre_filter(&pre, 48000);
   filter_init_rlb_filter(&rlb, 48000);
@@ -170,12 +216,8 @@ TEST(Filter, TablesAndShelfDesign) {
   EXPECT_EQ(0, std::memcmp(&rlb, &rlb8k, sizeof rlb));
   EXPECT_EQ(pre.z1, 0.0);
   itu1770_filter f;
-  for (uint32_t fs : {32000u, 44100u, 88200u, 96000u, 47999u}) {
-    filter_init_pre_filter(&f, fs);
-    EXPECT_NEAR(GainDb(f, 1.0, fs), 0.0, 0.01) << fs;
-    EXPECT_NEAR(GainDb(f, 12000.0, fs), 4.0, 0.1) << fs;
-  }
-  EXPECT_NEAR(f.a1, pre.a1, 1e-4);  // the last design, at 47999 Hz
+  filter_init_pre_filter(&f, 47999);
+  EXPECT_NEAR(f.a1, pre.a1, 1e-4);
   EXPECT_NEAR(f.b0, pre.b0, 1e-4);
   EXPECT_FLOAT_EQ(calculate_ampl_from_db(10.0f), 10.0f);
   EXPECT_FLOAT_EQ(calculate_ampl_from_db(1.5f), 1.4125376f);
