@@ -97,8 +97,7 @@ TEST(Meter, FollowsTheModelWhateverTheChunking) {
       {3, 44100, kNoise, 5, 32}, {3, 48000, kBurst, 2, 16}, {3, 48000, kHiss, 2, 16},
   };
   for (const Case &c : cases) {
-    SCOPED_TRACE(testing::Message() << "mode " << c.mode << ", " << c.rate << " Hz, kind " << c.kind << ", "
-                                    << c.channels << " channels, " << c.bits << " bits");
+    SCOPED_TRACE(testing::Message() << "mode, rate, kind, channels, bits: " << c.mode << " " << c.rate << " " << c.kind << " " << c.channels << " " << c.bits);
     const size_t periods = (c.mode < 3 ? 4 : c.kind == kBurst ? 32 : 14) * c.rate + 123, w = c.bits / 8;
     const auto v = Signal(c.kind, c.rate, periods, c.channels, c.bits, c.rate + c.mode);
     std::vector<uint8_t> bytes(v.size() * w);
@@ -108,11 +107,9 @@ TEST(Meter, FollowsTheModelWhateverTheChunking) {
       scaled[i] = v[i] / (std::ldexp(1.0, c.bits - 1) - 1);
     }
     Meter whole(c.mode, c.rate, c.channels, c.bits), parts(c.mode, c.rate, c.channels, c.bits);
-    std::vector<double> weights(c.channels, 1.0);
-    if (c.channels == 6) {
-      ebu_r128_set_5_1(&whole.s), ebu_r128_set_5_1(&parts.s);
-      weights = {1, 1, 1, std::pow(10.0, 0.15), std::pow(10.0, 0.15), 0};
-    }
+    const double g = std::pow(10.0, 0.15);  // +1.5 dB
+    if (c.channels == 6) ebu_r128_set_5_1(&whole.s), ebu_r128_set_5_1(&parts.s);
+    const auto weights = c.channels == 6 ? std::vector<double>{1, 1, 1, g, g, 0} : std::vector<double>(c.channels, 1.0);
     const ModelRun model = Model(c.mode, c.rate, weights, scaled);
     ASSERT_EQ(ebu_r128_process_samples(&whole.s, bytes.data(), periods), 1u);
     kvtest::Rng rng(c.bits);
@@ -152,24 +149,23 @@ TEST(Meter, RefusedArgumentsAndResolutions) {
 }
 
 // The reading (current - 0.29, clamped) becomes the current loudness; the result holds its
-// hundredths (mode 3: the integrated loudness's) in both 16-bit halves. No samples (-1), digital
-// zeros (0) or noise within +-2 (2) go in first.
+// hundredths (mode 3: the integrated loudness's) in both 16-bit halves. Rows with hiss first take a
+// second of noise within +-2 (about -84 dBFS), which reads at the bottom clamp.
 TEST(Meter, ReadingClampsAndResult) {
-  struct Case { int mode, wide; float current, integrated; int input; uint32_t hundredths; };
+  struct Case { int mode, wide; float current, integrated; bool hiss; uint32_t hundredths; };
   const Case cases[] = {
-      {1, 0, 0, 0, -1, 1400},   {1, 1, 0, 0, -1, 500},    {2, 0, -100, 0, -1, 4100}, {2, 1, -100, 0, -1, 5900},
-      {1, 0, -30, 0, -1, 3029}, {1, 1, -20, 0, -1, 2029}, {3, 0, 0, -23, -1, 2300},  {1, 0, 0, 0, 0, 1400},
-      {2, 1, 0, 0, 0, 500},     {1, 0, 0, 0, 2, 4100},    {2, 1, 0, 0, 2, 5900},
+      {1, 0, 0, 0, false, 1400},   {1, 1, 0, 0, false, 500},    {2, 0, -100, 0, false, 4100},
+      {2, 1, -100, 0, false, 5900}, {1, 0, -30, 0, false, 3029}, {1, 1, -20, 0, false, 2029},
+      {3, 0, 0, -23, false, 2300},  {1, 0, 0, 0, true, 4100},    {2, 1, 0, 0, true, 5900},
   };
   for (const Case &c : cases) {
     Meter m(c.mode, 48000, 2);
     m.s.currentLoudness = c.current, m.s.integratedLoudness = c.integrated;
     const auto hiss = Signal(kHiss, 48000, 48000, 2, 16, c.mode);
-    std::vector<int16_t> pcm(hiss.size());
-    if (c.input > 0) std::copy(hiss.begin(), hiss.end(), pcm.begin());
+    const std::vector<int16_t> pcm(hiss.begin(), hiss.end());
     uint32_t result = 0;
-    EXPECT_EQ(ebu_r128_process_and_calculate(&m.s, c.input < 0 ? 0 : 48000, pcm.data(), &result, c.wide), 0u);
-    EXPECT_EQ(result, c.hundredths << 16 | c.hundredths) << c.mode << " " << c.current << " " << c.input;
+    EXPECT_EQ(ebu_r128_process_and_calculate(&m.s, c.hiss ? 48000 : 0, pcm.data(), &result, c.wide), 0u);
+    EXPECT_EQ(result, c.hundredths << 16 | c.hundredths) << c.mode << " " << c.current << " " << c.hiss;
     EXPECT_FLOAT_EQ(m.s.currentLoudness, c.mode < 3 ? c.hundredths / -100.0f : -14.0f);
   }
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <tuple>
 #include <vector>
 
@@ -95,12 +96,9 @@ TEST(FloatPcm, RoundingSaturationDitherAndExactRoundTrip) {
   EXPECT_EQ(a, b);
   EXPECT_EQ(d1.position, n);
   EXPECT_NE(a, c);
-  double mean = 0;
-  for (int16_t v : a) mean += v / double(n);
   const auto [lo, hi] = std::minmax_element(a.begin(), a.end());
-  EXPECT_EQ(*lo, -1);  // the triangular dither spans (-1, 1) LSB
-  EXPECT_EQ(*hi, 1);
-  EXPECT_NEAR(mean, 0.25, 0.02);
+  EXPECT_EQ(std::make_pair(*lo, *hi), (std::pair<int16_t, int16_t>(-1, 1)));  // the dither spans (-1, 1) LSB
+  EXPECT_NEAR(std::accumulate(a.begin(), a.end(), 0.0) / n, 0.25, 0.02);
 }
 
 TEST(Rtp, HeadersAndPacketTimes) {
