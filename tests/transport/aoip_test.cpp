@@ -1,4 +1,4 @@
-// AoIP payloads, float conversion, RTP headers, packet times and the receiver's counts.
+// AoIP payloads, float conversion, peak meters, RTP headers, packet times and the receiver's counts.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "kvaudio/aoip.h"
+#include "kvaudio/peak.h"
 #include "test_util.h"
 
 namespace {
@@ -101,6 +102,25 @@ TEST(FloatPcm, RoundingSaturationDitherAndExactRoundTrip) {
   EXPECT_NEAR(std::accumulate(a.begin(), a.end(), 0.0) / n, 0.25, 0.02);
 }
 
+// Peak meters: packed doubled stereo peaks with their lossy extremes, and the raw-pattern mono rule.
+TEST(Peak, StereoPackingAndMonoRawPattern) {
+  const auto S = audTestPeak16S, M = audTestPeak16M;
+  struct Case { uint32_t (*peak)(const int16_t *, uint32_t); std::vector<int16_t> words; uint32_t expect; };
+  const Case cases[] = {
+      {S, {}, 0},
+      {S, {-32768, 0}, 0x00010000},  // left 32768 sets bit 16 only
+      {S, {0, -32768}, 0},           // right 32768 is shifted out
+      {S, {100, -200}, 0x019000C8},
+      {S, {32767, -32767}, 0xFFFEFFFE},
+      {S, {1, 2, -3}, 6 | 2u << 17},  // the unpaired last word is left
+      {M, {}, 0}, {M, {1, -3, 5}, 65533}, {M, {3, -1}, 3}, {M, {0, 0}, 0}, {M, {-1}, 65535},
+      {M, {-5, 32767, -32768}, 65531}, {M, {7, 300, 12}, 300},
+  };
+  for (const Case &c : cases)
+    EXPECT_EQ(c.peak(c.words.data(), static_cast<uint32_t>(c.words.size())), c.expect) << (c.peak == S) << " " << c.expect;
+  EXPECT_EQ(audTestPeak16S(nullptr, 4), 0u);
+}
+
 TEST(Rtp, HeadersAndPacketTimes) {
   const KVAudioRtpHeader h{1, 96, 0xFFFE, 0x89ABCDEF, 0x01020304, 0, 0};
   uint8_t p[64] = {};
@@ -123,14 +143,14 @@ TEST(Rtp, HeadersAndPacketTimes) {
     p[0] = c.b0, p[12] = 0xFF;  // 0xA0: padding count 0xFF past the end
     EXPECT_EQ(KVAudioRtpParseHeader(p, c.bytes, &r), c.want) << int(c.b0);
   }
-  struct Time { uint32_t rate, us, frames; };
-  for (const Time &t : {Time{48000, 125, 6}, Time{48000, 250, 12}, Time{48000, 333, 16}, Time{48000, 1000, 48},
-                        Time{48000, 4000, 192}, Time{96000, 125, 12}, Time{96000, 333, 32}, Time{96000, 4000, 384},
-                        Time{44100, 125, 0}, Time{44100, 333, 0}, Time{44100, 1000, 0}, Time{44100, 4000, 0},
-                        Time{44100, 20000, 882}, Time{0, 1000, 0}}) {
+  const uint32_t times[][3] = {{48000, 125, 6},   {48000, 250, 12},  {48000, 333, 16},   {48000, 1000, 48},
+                               {48000, 4000, 192}, {96000, 125, 12},  {96000, 333, 32},   {96000, 4000, 384},
+                               {44100, 125, 0},    {44100, 333, 0},   {44100, 1000, 0},   {44100, 4000, 0},
+                               {44100, 20000, 882}, {0, 1000, 0}};  // rate, microseconds, frames (0: refused)
+  for (const auto &[rate, us, want] : times) {
     uint32_t frames = 0;
-    EXPECT_EQ(KVAudioAoipFramesPerPacket(t.rate, t.us, &frames), t.frames ? KVAUDIO_AOIP_OK : KVAUDIO_AOIP_BAD_PACKET_TIME);
-    EXPECT_EQ(frames, t.frames) << t.rate << " " << t.us;
+    EXPECT_EQ(KVAudioAoipFramesPerPacket(rate, us, &frames), want ? KVAUDIO_AOIP_OK : KVAUDIO_AOIP_BAD_PACKET_TIME);
+    EXPECT_EQ(frames, want) << rate << " " << us;
   }
 }
 
