@@ -105,22 +105,25 @@ void PutBits(uint8_t *bytes, int q, uint32_t value, int width) {
 }
 
 TEST(AesebuRead, EachWidthFromHandBuiltGroups) {
-  // Two frames of a 4-channel stream; pair 1 is read. V, U, C, P hold ones and are ignored.
+  // Two frames of a 4-channel stream (behind a 4-byte 302M header); pair 1 is read. V, U, C, P hold
+  // ones and are ignored.
   using Reader = uint64_t (*)(const uint8_t *, uint32_t *, uint32_t, uint32_t, uint32_t);
   struct Case { int width, group; Reader read; };
   for (const Case c : {Case{16, 5, KVAudioDeinterleave16AESEBUto32Stereo}, Case{20, 6, KVAudioDeinterleave20AESEBUto32Stereo},
                        Case{24, 7, KVAudioDeinterleave24AESEBUto32Stereo}}) {
     const uint32_t mask = (1u << c.width) - 1, samples[] = {0xA5A5A5u & mask, 0x5A5A5Au & mask, mask, 1};
-    Bytes stream(4 * c.group, 0);
+    Bytes stream(4 + 4 * c.group, 0);
     for (int i = 0; i < 4; ++i)
-      PutBits(&stream[(i / 2 * 2 + 1) * c.group], i % 2 * (c.width + 4), samples[i] | 0xFu << c.width, c.width + 4);
+      PutBits(&stream[4 + (i / 2 * 2 + 1) * c.group], i % 2 * (c.width + 4), samples[i] | 0xFu << c.width, c.width + 4);
     std::vector<uint32_t> out(4);
-    c.read(stream.data(), out.data(), 1, 4, 2);
+    c.read(stream.data() + 4, out.data(), 1, 4, 2);
     for (int i = 0; i < 4; ++i) EXPECT_EQ(out[i], samples[i] << (32 - c.width)) << c.width << " " << i;
     if (c.width != 16) continue;
-    std::vector<int16_t> out16(4);
-    KVAudioDeinterleave16AESEBUto16Stereo(stream.data(), out16.data(), 1, 4, 2);
+    std::vector<int16_t> out16(4), out302(4);
+    KVAudioDeinterleave16AESEBUto16Stereo(stream.data() + 4, out16.data(), 1, 4, 2);
+    KVAudioDeinterleaveAES_302_16bit_toStereo32(out302.data(), stream.data(), 4, 3, 2);  // channel 3: pair 1
     for (int i = 0; i < 4; ++i) EXPECT_EQ(static_cast<uint16_t>(out16[i]), samples[i]);
+    EXPECT_EQ(out302, out16);
   }
 }
 
@@ -224,17 +227,8 @@ TEST(Smpte302Write, HeaderPlacementAndReadBack) {
   }
 }
 
-TEST(Smpte302Read, SixteenBitAndAsymmetricTwentyFourBitReaders) {
-  // Four channels, pair 1 read. 16-bit groups: left 0x8001, right 0x1234 at positions 20-35.
-  Bytes p16(4 + 2 * 10, 0);
-  for (int f = 0; f < 2; ++f) {
-    PutBits(&p16[4 + f * 10 + 5], 0, 0x8001 | 0xF << 16, 20);  // V, U, C, P ones are ignored
-    PutBits(&p16[4 + f * 10 + 5], 20, 0x1234, 16);
-  }
-  std::vector<int16_t> out16(4);
-  KVAudioDeinterleaveAES_302_16bit_toStereo32(out16.data(), p16.data(), 4, 3, 2);
-  EXPECT_EQ(out16, (std::vector<int16_t>{-0x7FFF, 0x1234, -0x7FFF, 0x1234}));
-  // 24-bit: left 0xABCDEF; right 0x123456; left subframe's V, U, C, F all 1 (b3 high nibble).
+TEST(Smpte302Read, AsymmetricTwentyFourBitReader) {
+  // Eight channels, pair 1: left 0xABCDEF; right 0x123456; left subframe's V, U, C, F all 1.
   Bytes p24(4 + 7 * 8 * 10, 0);
   uint8_t *g = &p24[4 + 7];
   PutBits(g, 0, 0xFABCDEF, 28);
