@@ -76,18 +76,21 @@ struct Meter {
 
 enum Kind { kSine, kNoise, kBurst, kHiss };
 
-// Samples at full scale 2^(bits-1) - 1: a 1 kHz sine at 0.1, noise within +-0.09, a 1 kHz sine at
-// 0.5 for 11 s then digital zeros, or noise within +-2 (at 16 bits about -84 dBFS).
-std::vector<int32_t> Signal(Kind kind, uint32_t rate, size_t periods, size_t nch, int bits, uint64_t seed) {
+// Interleaved little-endian `bits`-bit samples and the same scaled by 1 / (2^(bits-1) - 1): a 1 kHz
+// sine at 0.1, noise within +-0.09, a sine at 0.5 for 11 s then digital zeros, or noise within +-2.
+std::pair<std::vector<uint8_t>, std::vector<double>> Signal(Kind kind, uint32_t rate, size_t periods, size_t nch,
+                                                             int bits, uint64_t seed) {
   const double full = std::ldexp(1.0, bits - 1) - 1;
   kvtest::Rng rng(seed);
-  std::vector<int32_t> v(periods * nch);
-  for (size_t i = 0; i < v.size(); ++i) {
+  std::pair<std::vector<uint8_t>, std::vector<double>> out{std::vector<uint8_t>(periods * nch * bits / 8), {}};
+  for (size_t i = 0; i < periods * nch; ++i) {
     const double sine = std::sin(2 * M_PI * 1000.0 * (i / nch) / rate), u = rng.Next32() / 2147483648.0 - 1;
     const double x[] = {0.1 * sine, 0.09 * u, i / nch < 11 * rate ? 0.5 * sine : 0.0, 2 * u / full};
-    v[i] = static_cast<int32_t>(std::lround(x[kind] * full));
+    const int32_t v = static_cast<int32_t>(std::lround(x[kind] * full));
+    std::memcpy(&out.first[i * bits / 8], &v, bits / 8);  // the low bytes
+    out.second.push_back(v / full);
   }
-  return v;
+  return out;
 }
 
 // Every step's current loudness, the kept windows and the integrated loudness follow the model, for
@@ -100,15 +103,10 @@ TEST(Meter, FollowsTheModelWhateverTheChunking) {
       {3, 44100, kNoise, 5, 32}, {3, 48000, kBurst, 2, 16}, {3, 48000, kHiss, 2, 16},
   };
   for (const Case &c : cases) {
-    SCOPED_TRACE(testing::Message() << "mode, rate, kind, channels, bits: " << c.mode << " " << c.rate << " " << c.kind << " " << c.channels << " " << c.bits);
+    SCOPED_TRACE(testing::Message() << "mode " << c.mode << " rate " << c.rate << " kind " << c.kind << " channels "
+                                    << c.channels << " bits " << c.bits);
     const size_t periods = (c.mode < 3 ? 4 : c.kind == kBurst ? 32 : 14) * c.rate + 123, w = c.bits / 8;
-    const auto v = Signal(c.kind, c.rate, periods, c.channels, c.bits, c.rate + c.mode);
-    std::vector<uint8_t> bytes(v.size() * w);
-    std::vector<double> scaled(v.size());
-    for (size_t i = 0; i < v.size(); ++i) {
-      std::memcpy(&bytes[i * w], &v[i], w);  // little-endian: the low bytes
-      scaled[i] = v[i] / (std::ldexp(1.0, c.bits - 1) - 1);
-    }
+    const auto [bytes, scaled] = Signal(c.kind, c.rate, periods, c.channels, c.bits, c.rate + c.mode);
     Meter whole(c.mode, c.rate, c.channels, c.bits), parts(c.mode, c.rate, c.channels, c.bits);
     const double g = std::pow(10.0, 0.15);  // +1.5 dB
     if (c.channels == 6) ebu_r128_set_5_1(&whole.s), ebu_r128_set_5_1(&parts.s);
@@ -164,31 +162,28 @@ TEST(Meter, ReadingClampsAndResult) {
   for (const Case &c : cases) {
     Meter m(c.mode, 48000, 2);
     m.s.currentLoudness = c.current, m.s.integratedLoudness = c.integrated;
-    const auto hiss = Signal(kHiss, 48000, 48000, 2, 16, c.mode);
-    const std::vector<int16_t> pcm(hiss.begin(), hiss.end());
+    const auto hiss = Signal(kHiss, 48000, 48000, 2, 16, c.mode).first;
     uint32_t result = 0;
-    EXPECT_EQ(ebu_r128_process_and_calculate(&m.s, c.hiss ? 48000 : 0, pcm.data(), &result, c.wide), 0u);
+    EXPECT_EQ(ebu_r128_process_and_calculate(&m.s, c.hiss ? 48000 : 0, hiss.data(), &result, c.wide), 0u);
     EXPECT_EQ(result, c.hundredths << 16 | c.hundredths) << c.mode << " " << c.current << " " << c.hiss;
     EXPECT_FLOAT_EQ(m.s.currentLoudness, c.mode < 3 ? c.hundredths / -100.0f : -14.0f);
   }
 }
 
 TEST(Meter, WeightSetsGainAndGate) {
-  const float g = std::pow(10.0f, 0.15f), o = 1.0f;
-  struct Case { uint32_t (*set)(s_ebu_r128 *); uint32_t layout; float w[9]; };
+  struct Case { uint32_t (*set)(s_ebu_r128 *); uint32_t layout; const char *w; };  // per channel: 1, 0 or g (+1.5 dB)
   const Case cases[] = {
-      {ebu_r128_set_flat, 0, {o, o, o, o, o, o, o, o, o}}, {ebu_r128_set_5_1, 0, {o, o, o, g, g, 0, 0, 0, 0}},
-      {ebu_r128_set_7_1, 0, {o, o, o, g, g, o, o, 0, 0}},  {nullptr, 3, {o, o, o, 0, g, g, o, o, o}},
-      {nullptr, 4, {o, o, o, g, g, 0, o, o, o}},           {nullptr, 5, {o, o, o, g, g, 0, o, o, o}},
-      {nullptr, 6, {o, o, g, g, o, 0, o, o, o}},           {nullptr, 100, {o, o, o, g, g, 0, 0, 0, o}},
-      {nullptr, 101, {o, o, o, 0, 0, 0, g, g, o}},         {nullptr, 102, {o, o, o, 0, g, g, 0, 0, o}},
-      {nullptr, 103, {o, o, o, g, g, 0, 0, 0, o}},         {nullptr, 7, {o, o, o, o, o, o, o, o, o}},
+      {ebu_r128_set_flat, 0, "111111111"}, {ebu_r128_set_5_1, 0, "111gg0000"}, {ebu_r128_set_7_1, 0, "111gg1100"},
+      {nullptr, 3, "1110gg111"},   {nullptr, 4, "111gg0111"},   {nullptr, 5, "111gg0111"},   {nullptr, 6, "11gg10111"},
+      {nullptr, 100, "111gg0001"}, {nullptr, 101, "111000gg1"}, {nullptr, 102, "1110gg001"}, {nullptr, 103, "111gg0001"},
+      {nullptr, 7, "111111111"},
   };
   for (const Case &c : cases) {
     Meter m(1, 48000, 9);
     for (int i = 0; i < 9; ++i) m.s.channel[i].weight = 0.5f;
     EXPECT_EQ(c.set ? c.set(&m.s) : ebu_r128_set_exact(&m.s, c.layout), 0u);
-    for (int i = 0; i < 9; ++i) EXPECT_FLOAT_EQ(m.s.channel[i].weight, c.w[i]) << c.layout << " channel " << i;
+    for (int i = 0; i < 9; ++i)
+      EXPECT_FLOAT_EQ(m.s.channel[i].weight, c.w[i] == 'g' ? std::pow(10.0f, 0.15f) : c.w[i] - '0') << c.w << " " << i;
   }
   Meter two(3, 48000, 2);  // layouts reaching past the record's channels write only the channels it has
   ebu_r128_set_exact(&two.s, 101);

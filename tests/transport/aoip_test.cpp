@@ -47,18 +47,17 @@ TEST(AoipPayload, NetworkOrderAndRoundTrips) {
       ASSERT_EQ(KVAudioAoipUnpack32(back.data(), payload.data(), enc, ch, frames), 0u);
       for (uint32_t i = 0; i < n; ++i) EXPECT_EQ(back[i], i % ch / 2 == p ? 0 : s[i]);
     }
-  // Refusals write nothing.
+  // Refusals write nothing. Rows: encoding, channels, pair, result (Pack16 is called with pair 0 only).
   uint8_t out[8] = {1, 1, 1, 1, 1, 1, 1, 1};
   const int16_t in[4] = {};
-  struct Case { uint8_t *out; uint32_t enc, ch, pair, want; };
-  for (const Case &c : {Case{out, 20, 2, 0, KVAUDIO_AOIP_BAD_ENCODING}, Case{out, 16, 0, 0, KVAUDIO_AOIP_BAD_CHANNELS},
-                        Case{out, 16, 65, 0, KVAUDIO_AOIP_BAD_CHANNELS}, Case{out, 16, 2, 1, KVAUDIO_AOIP_BAD_CHANNELS},
-                        Case{nullptr, 16, 2, 0, KVAUDIO_AOIP_NULL_BUFFER}}) {
-    EXPECT_EQ(KVAudioAoipPackPair16(c.out, in, c.enc, c.ch, c.pair, 1), c.want);
-    if (c.pair == 0) {
-      EXPECT_EQ(KVAudioAoipPack16(c.out, in, c.enc, c.ch, 1), c.want);
-    }
+  const uint32_t refusals[][4] = {{20, 2, 0, KVAUDIO_AOIP_BAD_ENCODING}, {16, 0, 0, KVAUDIO_AOIP_BAD_CHANNELS},
+                                  {16, 65, 0, KVAUDIO_AOIP_BAD_CHANNELS}, {16, 2, 1, KVAUDIO_AOIP_BAD_CHANNELS}};
+  for (const auto &[enc, ch, pair, want] : refusals) {
+    EXPECT_EQ(KVAudioAoipPackPair16(out, in, enc, ch, pair, 1), want);
+    EXPECT_EQ(pair ? want : KVAudioAoipPack16(out, in, enc, ch, 1), want);
   }
+  EXPECT_EQ(KVAudioAoipPackPair16(nullptr, in, 16, 2, 0, 1), KVAUDIO_AOIP_NULL_BUFFER);
+  EXPECT_EQ(KVAudioAoipPack16(nullptr, in, 16, 2, 1), KVAUDIO_AOIP_NULL_BUFFER);
   EXPECT_TRUE(std::all_of(out, out + 8, [](uint8_t b) { return b == 1; }));
 }
 
@@ -190,8 +189,7 @@ TEST(AoipReceiver, CountsAndStaysSampleAligned) {
   }
   KVAudioAoipStats s;
   ASSERT_EQ(KVAudioAoipReceiverGetStats(rx, &s), KVAUDIO_AOIP_OK);
-  EXPECT_EQ(std::vector<uint64_t>({s.received, s.duplicated, s.reordered, s.late, s.lost, s.timestampJumps, s.malformed,
-                                   s.silentFrames}),
+  EXPECT_EQ(std::vector({s.received, s.duplicated, s.reordered, s.late, s.lost, s.timestampJumps, s.malformed, s.silentFrames}),
             std::vector<uint64_t>({9, 1, 1, 1, 2, 2, 1, 3 * kFrames}));
   KVAudioAoipReceiverClose(rx);
   for (KVAudioAoipReceiverConfig bad : {KVAudioAoipReceiverConfig{0, 24, 97, 6, 64, 0}, {65, 24, 97, 6, 64, 0},
