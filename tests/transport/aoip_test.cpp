@@ -83,8 +83,7 @@ TEST(FloatPcm, RoundingSaturationDitherAndExactRoundTrip) {
   KVAudioInt32ToFloat(f.data(), s24.data(), 65536, 24);
   KVAudioFloatToInt32(back24.data(), f.data(), 65536, 24, nullptr);
   EXPECT_EQ(back24, s24);
-  // Dither: seeded, the same however the run is split, and triangular over (-1, 1) LSB, so a
-  // quarter LSB (0 undithered) comes out as 0.25 on average.
+  // Dither: seeded, split-invariant, triangular over (-1, 1) LSB: a quarter LSB averages 0.25, not 0.
   const size_t n = 40000;
   std::vector<float> quarter(n, 0.25f / 32768);
   std::vector<int16_t> a(n), b(n), c(n);
@@ -97,7 +96,7 @@ TEST(FloatPcm, RoundingSaturationDitherAndExactRoundTrip) {
   EXPECT_EQ(d1.position, n);
   EXPECT_NE(a, c);
   const auto [lo, hi] = std::minmax_element(a.begin(), a.end());
-  EXPECT_EQ(std::make_pair(*lo, *hi), (std::pair<int16_t, int16_t>(-1, 1)));  // the dither spans (-1, 1) LSB
+  EXPECT_EQ(std::make_pair(*lo, *hi), (std::pair<int16_t, int16_t>(-1, 1)));
   EXPECT_NEAR(std::accumulate(a.begin(), a.end(), 0.0) / n, 0.25, 0.02);
 }
 
@@ -153,8 +152,7 @@ TEST(Rtp, HeadersAndPacketTimes) {
   }
 }
 
-// Packets of 6 periods of 2-channel L24 whose samples are their stream position (the sequence
-// starts near the wrap), pushed in a disturbed order.
+// Packets of 6 periods of 2-channel L24 holding their stream positions, sequence numbers near the wrap.
 TEST(AoipReceiver, CountsAndStaysSampleAligned) {
   const uint32_t kFrames = 6, kCh = 2;
   auto packet = [&](uint32_t k, uint32_t tsShift = 0) {
@@ -180,8 +178,8 @@ TEST(AoipReceiver, CountsAndStaysSampleAligned) {
     const uint32_t k = f / kFrames;
     EXPECT_EQ(out[f * kCh + 1], k == 3 || k == 7 || k == 9 ? 0 : static_cast<int32_t>((f + 1) << 8)) << f;
   }
-  // A jump of 1000 periods continues where the sequence number puts it; a sender restarting 5000
-  // numbers on continues right after the last period placed.
+  // A timestamp jump of 1000 periods follows the sequence number; a sender restart 5000 numbers on follows
+  // the last period placed.
   for (const auto &[k, shift] : {std::pair{10u, 1000u}, std::pair{5011u, 0u}}) {
     EXPECT_EQ(KVAudioAoipReceiverPush(rx, packet(k, shift).data(), 48), KVAUDIO_AOIP_OK);
     ASSERT_EQ(KVAudioAoipReceiverPull(rx, out.data(), kFrames), KVAUDIO_AOIP_OK);
