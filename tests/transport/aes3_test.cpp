@@ -58,9 +58,9 @@ TEST(Aes3Write16, HandBuiltWordsAtOffsetAndSlot) {
 }
 
 TEST(Aes3Write24, ParityIsCumulativeOverTheCall) {
-  // Audio popcounts 1, 1, 2, 0: running parity 1, 0, 0, 0; P = running XOR first = 0 throughout.
-  const uint8_t packed[] = {0x01, 0x00, 0x00, 0x00, 0x80, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x00};
-  const uint32_t audio[] = {0x000001, 0x008000, 0x000300, 0};
+  // Audio popcounts 1, 1, 2, 2: running parity 1, 0, 0, 0; P = running XOR first = 0 throughout.
+  const uint8_t packed[] = {0x01, 0x00, 0x00, 0x00, 0x80, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x81};
+  const uint32_t audio[] = {0x000001, 0x008000, 0x000300, 0x810000};
   Bytes buf(4 + 32 * 5, 0xEE);
   KVAudioInterleave24toAES324(buf.data(), packed, 13, 1, 4, 0, 1);
   EXPECT_EQ(buf[0], 0x80);
