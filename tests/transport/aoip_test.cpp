@@ -120,11 +120,12 @@ TEST(Peak, StereoPackingAndMonoRawPattern) {
 }
 
 TEST(Rtp, HeadersAndPacketTimes) {
-  const KVAudioRtpHeader h{1, 96, 0xFFFE, 0x89ABCDEF, 0x01020304, 0, 0};
+  const KVAudioRtpHeader h{1, 96, 0xFFFE, 0x89ABCDEF, 0x01020304, 0, 0}, type128{0, 128, 0, 0, 0, 0, 0};
   uint8_t p[64] = {};
   ASSERT_EQ(KVAudioRtpWriteHeader(p, 12, &h), KVAUDIO_AOIP_OK);
   EXPECT_EQ(Bytes(p, p + 12), (Bytes{0x80, 0xE0, 0xFF, 0xFE, 0x89, 0xAB, 0xCD, 0xEF, 1, 2, 3, 4}));
   EXPECT_EQ(KVAudioRtpWriteHeader(p, 11, &h), KVAUDIO_AOIP_TOO_SMALL);
+  EXPECT_EQ(KVAudioRtpWriteHeader(p, 12, &type128), KVAUDIO_AOIP_BAD_PAYLOAD_TYPE);
   KVAudioRtpHeader r;
   ASSERT_EQ(KVAudioRtpParseHeader(p, 40, &r), KVAUDIO_AOIP_OK);
   EXPECT_EQ(std::make_tuple(r.marker, r.payloadType, r.sequence, r.timestamp, r.ssrc, r.payloadBytes),
@@ -134,17 +135,21 @@ TEST(Rtp, HeadersAndPacketTimes) {
   p[20 + 2] = 0, p[20 + 3] = 1, p[34] = 3;
   ASSERT_EQ(KVAudioRtpParseHeader(p, 35, &r), KVAUDIO_AOIP_OK);
   EXPECT_EQ(std::make_pair(r.payloadOffset, r.payloadBytes), std::make_pair(28u, 4u));
-  struct Case { uint8_t b0; uint32_t bytes, want; };
-  for (const Case &c : {Case{0x80, 11, KVAUDIO_AOIP_SHORT_PACKET}, Case{0x40, 12, KVAUDIO_AOIP_BAD_VERSION},
-                        Case{0x9F, 64, KVAUDIO_AOIP_SHORT_PACKET}, Case{0x92, 22, KVAUDIO_AOIP_SHORT_PACKET},
-                        Case{0xA0, 13, KVAUDIO_AOIP_SHORT_PACKET}}) {
-    p[0] = c.b0, p[12] = 0xFF;  // 0xA0: padding count 0xFF past the end
-    EXPECT_EQ(KVAudioRtpParseHeader(p, c.bytes, &r), c.want) << int(c.b0);
+  // Byte 0 and length: CSRCs or extension past the end, padding count 0xFF or 0; an empty payload is fine.
+  const uint32_t parses[][3] = {{0x80, 11, KVAUDIO_AOIP_SHORT_PACKET}, {0x40, 12, KVAUDIO_AOIP_BAD_VERSION},
+                                {0xC0, 12, KVAUDIO_AOIP_BAD_VERSION},  {0x9F, 64, KVAUDIO_AOIP_SHORT_PACKET},
+                                {0x92, 22, KVAUDIO_AOIP_SHORT_PACKET}, {0xA0, 13, KVAUDIO_AOIP_SHORT_PACKET},
+                                {0xA0, 14, KVAUDIO_AOIP_SHORT_PACKET}, {0x90, 16, KVAUDIO_AOIP_OK},
+                                {0x80, 12, KVAUDIO_AOIP_OK}};
+  p[12] = 0xFF, p[13] = 0;
+  for (const auto &[b0, bytes, want] : parses) {
+    p[0] = static_cast<uint8_t>(b0);
+    EXPECT_EQ(KVAudioRtpParseHeader(p, bytes, &r), want) << b0 << " " << bytes;
   }
   const uint32_t times[][3] = {{48000, 125, 6},   {48000, 250, 12},  {48000, 333, 16},   {48000, 1000, 48},
                                {48000, 4000, 192}, {96000, 125, 12},  {96000, 333, 32},   {96000, 4000, 384},
                                {44100, 125, 0},    {44100, 333, 0},   {44100, 1000, 0},   {44100, 4000, 0},
-                               {44100, 20000, 882}, {0, 1000, 0}};  // rate, microseconds, frames (0: refused)
+                               {44100, 20000, 882}, {0, 1000, 0}, {4000, 1000, 0}};  // rate, microseconds, frames (0: refused)
   for (const auto &[rate, us, want] : times) {
     uint32_t frames = 0;
     EXPECT_EQ(KVAudioAoipFramesPerPacket(rate, us, &frames), want ? KVAUDIO_AOIP_OK : KVAUDIO_AOIP_BAD_PACKET_TIME);
