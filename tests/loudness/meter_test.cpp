@@ -115,7 +115,7 @@ TEST(Meter, FollowsTheModelWhateverTheChunking) {
     ASSERT_EQ(ebu_r128_process_samples(&whole.s, bytes.data(), periods), 1u);
     kvtest::Rng rng(c.bits);
     for (size_t done = 0, n; done < periods; done += n) {
-      n = std::min<size_t>(periods - done, rng.Next() % (model.step * 3 / 2));
+      n = std::min<size_t>(periods - done, rng.Next() % model.step);
       ASSERT_EQ(ebu_r128_process_samples(&parts.s, &bytes[done * c.channels * w], n), 1u);
       const size_t steps = (done + n) / model.step;
       ASSERT_EQ(parts.s.fillCount, (done + n) % model.step);
