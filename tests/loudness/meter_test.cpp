@@ -118,7 +118,7 @@ TEST(Meter, FollowsTheModelWhateverTheChunking) {
       n = std::min<size_t>(periods - done, rng.Next() % model.step);
       ASSERT_EQ(ebu_r128_process_samples(&parts.s, &bytes[done * c.channels * w], n), 1u);
       const size_t steps = (done + n) / model.step;
-      ASSERT_EQ(parts.s.fillCount, (done + n) % model.step);
+      ASSERT_EQ(parts.s.fillCount, (done + n) % model.step) << done << " " << n;
       ASSERT_NEAR(parts.s.currentLoudness, steps ? model.stepLoudness[steps - 1] : 0.0, 2e-4) << "step " << steps;
     }
     EXPECT_EQ(whole.s.currentLoudness, parts.s.currentLoudness);
