@@ -75,17 +75,12 @@ TEST(LtcDecoderSetup, SameRateLeavesTheDecoderAlone) {
   EXPECT_EQ(std::vector<int>({decoder.period, decoder.mid, decoder.lo, decoder.hi}), std::vector<int>({22, 17, 6, 27}));
   ASSERT_EQ(smpteSetup(48000 + 65536, 16, 0, 0, 0, 0), 0u);  // same low 16 bits
   EXPECT_EQ(decoder.current, &decoder.zx8L);
-  const struct {
-    int32_t rate;
-    uint32_t bits;
-    int stereo, channel;
-    CCrossDetector *want;
-  } cases[] = {{32000, 8, 0, 0, &decoder.zx8},   {44100, 8, 1, 0, &decoder.zx8R},
-               {48000, 16, 0, 7, &decoder.zx16}, {32000, 16, 1, -1, &decoder.zx16L},
-               {44100, 16, 2, 0, &decoder.zx16R}};
-  for (const auto &c : cases) {
-    ASSERT_EQ(smpteSetup(c.rate, c.bits, c.stereo, c.channel, 0, 0), 0u);
-    EXPECT_EQ(decoder.current, c.want) << c.rate;
+  const int32_t cases[][4] = {{32000, 8, 0, 0}, {44100, 8, 1, 0}, {48000, 16, 0, 7}, {32000, 16, 1, -1}, {44100, 16, 2, 0}};
+  const CCrossDetector *want[] = {&decoder.zx8, &decoder.zx8R, &decoder.zx16, &decoder.zx16L, &decoder.zx16R};
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const auto &c = cases[i];
+    ASSERT_EQ(smpteSetup(c[0], uint32_t(c[1]), c[2], c[3], 0, 0), 0u);
+    EXPECT_EQ(decoder.current, want[i]) << i;
   }
 }
 
