@@ -1,4 +1,4 @@
-// LTC decoder: detector thresholds and intervals, set-up rule, end-of-buffer reporting.
+// LTC decoder: detector thresholds and intervals, and the set-up rule.
 #include <gtest/gtest.h>
 
 #include "ltc_signal.h"
@@ -82,32 +82,6 @@ TEST(LtcDecoderSetup, SameRateLeavesTheDecoderAlone) {
     ASSERT_EQ(smpteSetup(c[0], uint32_t(c[1]), c[2], c[3], 0, 0), 0u);
     EXPECT_EQ(decoder.current, want[i]) << i;
   }
-}
-
-// After ten frames of 25 fps at 48 kHz and the sample that completes the tenth: crossings without
-// a new frame repeat the last one; silence reports nothing unless asked for the last frame.
-TEST(LtcDecoderReports, RepeatsAndSilence) {
-  auto run = ltctest::EncodeRun(48000, 16, ltctest::kRates[1], 100, 12);
-  const auto reports = ltctest::DecodeInChunks(std::vector<uint8_t>(run.bytes.begin(), run.bytes.begin() + 2 * 19201),
-                                               2, 48000, 16, 0, 0, ltctest::kRates[1], {1920});
-  const uint32_t last = reports.back().timecode;
-  ASSERT_EQ(reports.back().result, 0u);
-  ASSERT_GE(last, 105u);
-  uint32_t tc = 0, ub = 0, flags = 8;
-  smpteDecodeSetBuffer(run.bytes.data() + 2 * 19201, 200);
-  EXPECT_EQ(smpteDecode(&tc, &ub, &flags), 0u);
-  EXPECT_EQ(std::vector<uint32_t>({tc, ub, flags}), std::vector<uint32_t>({last, ltctest::UserBitsOf(last), 8}));
-  EXPECT_EQ(smpteDecode(nullptr, nullptr, nullptr), SMPTE_NO_FRAME);  // buffer already drained
-  std::vector<int16_t> silence(3000, 0);
-  for (uint32_t tcIn : {0u, 0xFFFFFFFFu}) {
-    smpteDecodeSetBuffer(silence.data(), 3000);
-    tc = tcIn, ub = 0;
-    EXPECT_EQ(smpteDecode(&tc, &ub, &flags), SMPTE_NO_FRAME);
-    EXPECT_EQ(tc, tcIn ? last : 0u);
-    EXPECT_EQ(ub, tcIn ? ltctest::UserBitsOf(last) : 0u);
-  }
-  smpteDecodeSetBuffer(nullptr, 50);
-  EXPECT_EQ(smpteDecode(&tc, &ub, &flags), SMPTE_NO_FRAME);
 }
 
 }  // namespace

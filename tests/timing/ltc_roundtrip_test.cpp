@@ -63,6 +63,16 @@ TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
     at = end;
   }
   EXPECT_GT(newCount, kFrames / 6);
+  // Silence reports nothing and leaves the outputs alone, unless asked for the last frame.
+  std::vector<uint8_t> silence(6000, bits == 8 ? 128 : 0);
+  for (uint32_t tcIn : {0u, 0xFFFFFFFFu}) {
+    smpteDecodeSetBuffer(silence.data(), 3000);
+    uint32_t tc = tcIn, ub = 0, flags = rate.decodeIn;
+    EXPECT_EQ(smpteDecode(&tc, &ub, &flags), SMPTE_NO_FRAME);
+    EXPECT_EQ(std::vector<uint32_t>({tc, ub}), tcIn ? std::vector<uint32_t>({previous, ltctest::UserBitsOf(previous)})
+                                                   : std::vector<uint32_t>({0, 0}));
+  }
+  EXPECT_EQ(smpteDecode(nullptr, nullptr, nullptr), SMPTE_NO_FRAME);  // buffer drained
 }
 
 INSTANTIATE_TEST_SUITE_P(All, LtcRoundTrip, testing::Combine(testing::ValuesIn(ltctest::kRates), testing::Values(44100u, 48000u),

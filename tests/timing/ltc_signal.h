@@ -11,28 +11,21 @@
 
 namespace ltctest {
 
+// Rate flags for smpteSetup, frames per `per` seconds, and the rate flags handed to smpteDecode
+// and reported by it.
 struct Rate {
   const char *name;
-  uint32_t flags;      // rate flags passed to smpteSetup
-  uint32_t fps;        // frames per `per` seconds
-  uint32_t per;
-  uint32_t decodeIn;   // expected rate flags handed to smpteDecode
-  uint32_t decodeOut;  // rate flags smpteDecode reports
+  uint32_t flags, fps, per, decodeIn, decodeOut;
 };
-
-inline const Rate kRates[] = {
-    {"24", 0x01, 24, 1, 0x01, 0x01},
-    {"25", 0x08, 25, 1, 0x08, 0x08},
-    {"2997DF", 0x04, 30000, 1001, 0x04, 0x04},
-    {"30", 0x00, 30, 1, 0x00, 0x02},
-};
+inline const Rate kRates[] = {{"24", 0x01, 24, 1, 0x01, 0x01}, {"25", 0x08, 25, 1, 0x08, 0x08},
+                              {"2997DF", 0x04, 30000, 1001, 0x04, 0x04}, {"30", 0x00, 30, 1, 0x00, 0x02}};
 
 inline uint32_t UserBitsOf(uint32_t frame) { return frame * 0x9E3779B9u ^ 0x5A5A0F0Fu; }
 
 struct Run {
-  std::vector<uint8_t> bytes;      // mono samples, 1 or 2 bytes each
-  std::vector<SMPTE_FRAME> frames; // frame k as built by the encoder
-  std::vector<uint32_t> lengths;   // samples written for frame k
+  std::vector<uint8_t> bytes;       // mono samples, 1 or 2 bytes each
+  std::vector<SMPTE_FRAME> frames;  // frame k as built by the encoder
+  std::vector<uint32_t> lengths;    // samples written for frame k
 };
 
 // Encodes `count` consecutive frames from `first` with the encoder set up for the rate and width;
