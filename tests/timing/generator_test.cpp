@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -69,8 +70,7 @@ TEST(GeneratorTone, ShapesPhasesAndBufferSizes) {
     const WAVEFORMATEX *format;  // null: stereo 44100 Hz 16-bit
     double amplitude;
     Builder build;
-    uint32_t length, rightPhase, bytes;
-    int16_t peak, first;
+    uint32_t length, rightPhase, bytes, peak, first;
   } cases[] = {
       {0, 1000, AUDGEN_SHAPE_SINE, &kStereo48, 1.0, buildSinTable, 48000, 0, 1000, 32767, 4},
       {AUDGEN_RIGHT_QUARTER, 1000, AUDGEN_SHAPE_SINE, nullptr, 0.5, buildSinTable, 44100, 8192, 1000, 16383, 2},
@@ -87,10 +87,9 @@ TEST(GeneratorTone, ShapesPhasesAndBufferSizes) {
     const Samples t = Table(g.get(), c.build, c.amplitude), right = Table(g.get(), buildTriangleTable, 0.1);
     const uint32_t n = static_cast<uint32_t>(t.size()), rate = c.format ? c.format->nSamplesPerSec : 44100;
     ASSERT_EQ(n, c.length);
-    EXPECT_TRUE(t[0] == 0 && t[n / 2] == 0);
-    EXPECT_EQ(t[1], c.first);
+    EXPECT_EQ(std::vector<int>({t[0], t[n / 2], t[1], *std::max_element(t.begin(), t.end())}),
+              std::vector<int>({0, 0, int(c.first), int(c.peak)}));
     for (uint32_t i = 1; i < n; ++i) ASSERT_EQ(t[n - i], -t[i]) << "odd symmetry at " << i;
-    EXPECT_EQ(*std::max_element(t.begin(), t.end()), c.peak);
     const Samples out = Fill(g.get(), kOddPieces);
     ExpectWave(out, 0, t, 0, std::max(1u, n * c.frequency / rate));
     ExpectWave(out, 1, right, c.rightPhase, std::max(1u, 32768 * c.frequency / rate));
@@ -103,18 +102,18 @@ TEST(GeneratorTone, ShapesPhasesAndBufferSizes) {
   // Set-angle puts both channels at the same point; restart sets both to 0 without the phase
   // flag; set applies it again and a null format keeps 48 kHz.
   g = Open(AUDGEN_RIGHT_HALF, 1000);
-  EXPECT_EQ(audGenSetAngle(g.get(), 90), 0u);
-  Samples out = Fill(g.get(), {10});
-  ExpectWave(out, 0, sine, 12000, 1000);
-  ExpectWave(out, 1, sine, 12000, 1000);
-  EXPECT_EQ(audGenRestart(g.get()), 0u);
-  out = Fill(g.get(), {10});
-  ExpectWave(out, 0, sine, 0, 1000);
-  ExpectWave(out, 1, sine, 0, 1000);
-  EXPECT_EQ(audGenSet(g.get(), AUDGEN_RIGHT_QUARTER, 500, 0, 0, 0, 0, 0, nullptr, 1.0, 1.0, 0.0), 0u);
-  out = Fill(g.get(), {100});
-  ExpectWave(out, 0, sine, 0, 500);
-  ExpectWave(out, 1, sine, 12000, 500);
+  const struct {
+    std::function<uint32_t()> call;
+    uint32_t left, right, step;
+  } calls[] = {{[&] { return audGenSetAngle(g.get(), 90); }, 12000, 12000, 1000},
+               {[&] { return audGenRestart(g.get()); }, 0, 0, 1000},
+               {[&] { return audGenSet(g.get(), AUDGEN_RIGHT_QUARTER, 500, 0, 0, 0, 0, 0, nullptr, 1, 1, 0); }, 0, 12000, 500}};
+  for (const auto &c : calls) {
+    EXPECT_EQ(c.call(), 0u);
+    const Samples out = Fill(g.get(), {100});
+    ExpectWave(out, 0, sine, c.left, c.step);
+    ExpectWave(out, 1, sine, c.right, c.step);
+  }
 }
 
 // Sine sweeps at 48 kHz, where the table index advances by the present whole frequency, filled
@@ -140,26 +139,20 @@ TEST(GeneratorSweep, StepsRestartAndWholeHertzBetweenCalls) {
 
 TEST(GeneratorSweep, MarkersAtTheStartOfTheirSteps) {
   const uint32_t lin = AUDGEN_SWEEP | AUDGEN_SWEEP_LINEAR;
-  const struct {
-    uint32_t flags, end, ms, steps;
-    double reference;
-    std::vector<uint32_t> markedSteps;
-  } cases[] = {{lin | AUDGEN_MARK_START, 5000, 1000, 5, 0.0, {0}},
-               {lin | AUDGEN_MARK_OCTAVES, 5000, 1000, 5, 1000.0, {0, 1, 3}},
-               {lin | AUDGEN_MARK_SECONDS, 5000, 2000, 4, 0.0, {0, 2}},
-               {AUDGEN_SWEEP | AUDGEN_MARK_OCTAVES, 8000, 1000, 4, 1000.0, {0, 1, 2, 3}},
-               {lin, 5000, 1000, 5, 0.0, {}}};
+  const uint32_t cases[][6] = {  // flags, end, ms, steps, octave reference, marked steps (bit mask)
+      {lin | AUDGEN_MARK_START, 5000, 1000, 5, 0, 0x1},      {lin | AUDGEN_MARK_OCTAVES, 5000, 1000, 5, 1000, 0xB},
+      {lin | AUDGEN_MARK_SECONDS, 5000, 2000, 4, 0, 0x5},    {AUDGEN_SWEEP | AUDGEN_MARK_OCTAVES, 8000, 1000, 4, 1000, 0xF},
+      {lin, 5000, 1000, 5, 0, 0}};
   for (const auto &c : cases) {
-    Gen g = Open(c.flags, 1000, kStereo48, c.end, c.ms, c.steps, c.reference);
-    const uint32_t stepFrames = 48000 * (c.ms / 1000) / c.steps;
+    Gen g = Open(c[0], 1000, kStereo48, c[1], c[2], c[3], c[4]);
+    const uint32_t stepFrames = 48000 * (c[2] / 1000) / c[3];
     // One frame short of the whole sweep, so every step ends inside this buffer.
-    const auto out = Fill(g.get(), {stepFrames * c.steps - 1});
-    for (uint32_t step = 0; step + 1 < c.steps; ++step) {
-      const int16_t *at = out.data() + size_t{step} * stepFrames * 2;
-      const bool marked = std::find(c.markedSteps.begin(), c.markedSteps.end(), step) != c.markedSteps.end();
+    const auto out = Fill(g.get(), {stepFrames * c[3] - 1});
+    for (uint32_t step = 0; step + 1 < c[3]; ++step) {
       // A marker is two pairs of frames (block align 4): the truncated amplitude, then zero.
+      const int16_t *at = out.data() + size_t{step} * stepFrames * 2;
       const bool click = at[0] == 1 && at[1] == 1 && at[2] == 0 && at[3] == 0 && at[4] == 1 && at[6] == 0;
-      EXPECT_EQ(click, marked) << "flags " << c.flags << " step " << step;
+      EXPECT_EQ(click, bool(c[5] >> step & 1)) << "flags " << c[0] << " step " << step;
     }
   }
 }

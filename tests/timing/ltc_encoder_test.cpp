@@ -93,16 +93,15 @@ TEST(LtcEncoder, SetupRateBytesWidthsAndSpeed) {
   // Speed only enlarges the announced size; the waveform stays at nominal speed and the speed is
   // back to 0 after each frame.
   ASSERT_EQ(smpteSetup(48000, 16, 0, 0, 0x04, 0), 0u);
-  smpteEncodeSetSpeed(9);
-  EXPECT_EQ(smpteEncodeGetSpeed(), 5);
-  EXPECT_EQ(smpteRequiredBuffer(), 2 * (1602u + 400u));
   std::vector<uint8_t> buf(2 * 2002);
-  EXPECT_EQ(smpteEncode(0, 0, buf.data(), 0xFFFFFFFF), 2 * 1601);  // room left is not one sample
-  EXPECT_EQ(smpteEncodeGetSpeed(), 0);
-  smpteEncodeSetSpeed(-100);
-  EXPECT_EQ(smpteEncodeGetSpeed(), -5);
-  EXPECT_EQ(smpteRequiredBuffer(), 2 * 1602u);
-  EXPECT_EQ(smpteEncode(1, 0, buf.data(), 0xFFFFFFFF), 2 * 1602);
+  const int64_t speeds[][4] = {{9, 5, 2 * 2002, 2 * 1601}, {-100, -5, 2 * 1602, 2 * 1602}};  // set, kept, size, written
+  for (const auto &s : speeds) {
+    smpteEncodeSetSpeed(s[0]);
+    EXPECT_EQ(smpteEncodeGetSpeed(), s[1]);
+    EXPECT_EQ(smpteRequiredBuffer(), s[2]);
+    EXPECT_EQ(smpteEncode(0, 0, buf.data(), 0xFFFFFFFF), s[3]);  // room left after a frame is not one sample
+    EXPECT_EQ(smpteEncodeGetSpeed(), 0);
+  }
 }
 
 // A short buffer truncates the frame; the next call starts a new frame from its first bit.
