@@ -139,20 +139,19 @@ TEST(GeneratorSweep, StepsRestartAndWholeHertzBetweenCalls) {
 
 TEST(GeneratorSweep, MarkersAtTheStartOfTheirSteps) {
   const uint32_t lin = AUDGEN_SWEEP | AUDGEN_SWEEP_LINEAR;
-  const uint32_t cases[][6] = {  // flags, end, ms, steps, octave reference, marked steps (bit mask)
-      {lin | AUDGEN_MARK_START, 5000, 1000, 5, 0, 0x1},      {lin | AUDGEN_MARK_OCTAVES, 5000, 1000, 5, 1000, 0xB},
-      {lin | AUDGEN_MARK_SECONDS, 5000, 2000, 4, 0, 0x5},    {AUDGEN_SWEEP | AUDGEN_MARK_OCTAVES, 8000, 1000, 4, 1000, 0xF},
-      {lin, 5000, 1000, 5, 0, 0}};
+  const uint32_t cases[][7] = {  // flags, end, ms, steps, octave reference, frames a step, marked steps (bits)
+      {lin | AUDGEN_MARK_START, 5000, 1000, 5, 0, 9600, 0x1},   {lin | AUDGEN_MARK_OCTAVES, 5000, 1000, 5, 1000, 9600, 0xB},
+      {lin | AUDGEN_MARK_SECONDS, 5000, 2000, 4, 0, 24000, 0x5}, {AUDGEN_SWEEP | AUDGEN_MARK_OCTAVES, 8000, 1000, 4, 1000, 12000, 0xF},
+      {lin, 5000, 1000, 5, 0, 9600, 0}, {lin | AUDGEN_MARK_START, 5000, 999, 5, 0, 8, 0xF}};  // under a second: 8 frames
   for (const auto &c : cases) {
     Gen g = Open(c[0], 1000, kStereo48, c[1], c[2], c[3], c[4]);
-    const uint32_t stepFrames = 48000 * (c[2] / 1000) / c[3];
     // One frame short of the whole sweep, so every step ends inside this buffer.
-    const auto out = Fill(g.get(), {stepFrames * c[3] - 1});
+    const auto out = Fill(g.get(), {c[5] * c[3] - 1});
     for (uint32_t step = 0; step + 1 < c[3]; ++step) {
       // A marker is two pairs of frames (block align 4): the truncated amplitude, then zero.
-      const int16_t *at = out.data() + size_t{step} * stepFrames * 2;
+      const int16_t *at = out.data() + size_t{step} * c[5] * 2;
       const bool click = at[0] == 1 && at[1] == 1 && at[2] == 0 && at[3] == 0 && at[4] == 1 && at[6] == 0;
-      EXPECT_EQ(click, bool(c[5] >> step & 1)) << "flags " << c[0] << " step " << step;
+      EXPECT_EQ(click, bool(c[6] >> step & 1)) << "flags " << c[0] << " step " << step;
     }
   }
 }
