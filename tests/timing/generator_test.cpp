@@ -117,7 +117,8 @@ TEST(GeneratorTone, ShapesPhasesAndBufferSizes) {
 }
 
 // Sine sweeps at 48 kHz, where the table index advances by the present whole frequency, filled
-// in pieces: `stepFrames` frames at each frequency listed; one second of sweep time at 1000 Hz.
+// in pieces: `stepFrames` frames at each frequency listed. A geometric sweep keeps the whole
+// hertz between calls (ratio 10^(1/4): 177.8 is kept as 177).
 TEST(GeneratorSweep, StepsRestartAndWholeHertzBetweenCalls) {
   const struct {
     uint32_t flags, start, end, ms, steps, stepFrames;
@@ -126,7 +127,7 @@ TEST(GeneratorSweep, StepsRestartAndWholeHertzBetweenCalls) {
       {AUDGEN_SWEEP_LINEAR, 1000, 5000, 1000, 5, 9600, {1, 7, 47992, 4801, 43199},
        {1000, 2000, 3000, 4000, 5000, 1000, 2000, 3000, 4000, 5000}},
       {AUDGEN_SWEEP_LINEAR, 1000, 5000, 999, 5, 30, {30}, {1000}},  // under a second: no increment
-      {0, 100, 1000, 1000, 4, 12000, {12000, 12000, 12000, 12000, 12000, 12000}, {100, 215, 463, 997, 100, 215}},
+      {0, 100, 1000, 1000, 5, 9600, {9600, 9600, 9600, 9600, 9600, 9600, 9600}, {100, 177, 314, 558, 992, 100, 177}},
   };
   for (const auto &c : cases) {
     Gen g = Open(AUDGEN_SWEEP | c.flags, c.start, kStereo48, c.end, c.ms, c.steps);
@@ -169,8 +170,10 @@ TEST(GeneratorNoise, SeededChannelsRangeAndSpectrum) {
     double num = 0, den = 0;
     for (size_t i = 0; i + 2 < v.size(); i += 2) num += double(v[i]) * v[i + 2], den += double(v[i]) * v[i];
     for (size_t i = 0; i < v.size(); i += 2) ASSERT_NEAR(v[i + 1], v[i] / 2.0, 1.0) << i;
-    // White noise is uncorrelated and spans the full scale; pink noise leans to low frequencies.
+    // White noise is uniform over the full scale (RMS 32768 / sqrt(3)) and uncorrelated; pink
+    // noise is about 9 dB lower and leans to low frequencies.
     const bool white = type == AUDGEN_WHITE_NOISE;
+    EXPECT_NEAR(std::sqrt(den / (v.size() / 2)), white ? 18918 : 6689, white ? 380 : 270);
     EXPECT_TRUE(white ? std::fabs(num / den) < 0.05 : num / den > 0.5) << num / den;
     EXPECT_TRUE(!white || *std::max_element(v.begin(), v.end()) > 32000);
   }
