@@ -65,6 +65,8 @@ TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
   EXPECT_GT(newCount, kFrames / 6);
   EXPECT_EQ(reports.back().result, 0u);
   EXPECT_EQ(decoder.position, 0u) << "samples since the last good decode";
+  EXPECT_EQ(kvaudio::ltc::m_dwBadCount, 0u);
+  EXPECT_EQ(kvaudio::ltc::m_dwTC, reports.back().timecode);
   // Silence reports nothing and leaves the outputs alone, unless asked for the last frame.
   std::vector<uint8_t> silence(6000, bits == 8 ? 128 : 0);
   for (uint32_t tcIn : {0u, 0xFFFFFFFFu}) {
