@@ -13,9 +13,7 @@
 
 namespace {
 
-struct Close {
-  void operator()(tagAUDGENHANDLE *h) const { audGenClose(h); }
-};
+struct Close { void operator()(tagAUDGENHANDLE *h) const { audGenClose(h); } };
 using Gen = std::unique_ptr<tagAUDGENHANDLE, Close>;
 using Builder = int16_t *(*)(tagAUDGENHANDLE *, double, uint32_t *);
 using Samples = std::vector<int16_t>;
@@ -36,9 +34,8 @@ Gen Open(uint32_t flags, uint32_t frequency, const WAVEFORMATEX &f = kStereo48, 
 Samples Fill(tagAUDGENHANDLE *h, std::vector<uint32_t> pieces, uint32_t channels = 2) {
   Samples out;
   for (uint32_t frames : pieces) {
-    Samples part(size_t{frames} * channels, 0);
-    EXPECT_EQ(audGenFillBuffer(h, part.data(), static_cast<uint32_t>(part.size() * 2)), 0u);
-    out.insert(out.end(), part.begin(), part.end());
+    out.resize(out.size() + size_t{frames} * channels);
+    EXPECT_EQ(audGenFillBuffer(h, &out[out.size() - size_t{frames} * channels], frames * channels * 2), 0u);
   }
   return out;
 }

@@ -32,14 +32,10 @@ void CheckThresholds() {
   EXPECT_EQ(d.state, 0);
 }
 
-TEST(LtcDetector, ThresholdsAndChannels) {
-  CheckThresholds<CSample8>();
-  CheckThresholds<CSample8L>();
-  CheckThresholds<CSample8R>();
-  CheckThresholds<CSample16>();
-  CheckThresholds<CSample16L>();
-  CheckThresholds<CSample16R>();
-}
+template <typename... S>
+void CheckAll() { (CheckThresholds<S>(), ...); }
+
+TEST(LtcDetector, ThresholdsAndChannels) { CheckAll<CSample8, CSample8L, CSample8R, CSample16, CSample16L, CSample16R>(); }
 
 // A crossing at index i counts only when the incoming interval + i > 1; empty buffers end at once.
 TEST(LtcDetector, IgnoresCrossingsTooCloseToThePreviousOneAndEmptyBuffers) {
