@@ -1,268 +1,203 @@
-// Test-signal generator: tables, phase handling, sweep steps and markers, noise, widening.
+// Test-signal generator through its public interface: tables, phases, sweeps, markers, noise.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
-#include <thread>
 #include <vector>
 
 #include "kvaudio/generator.h"
 #include "test_util.h"
-#include "timing/generator_handle.h"
 
 namespace {
 
-struct Close {
-  void operator()(tagAUDGENHANDLE *h) const { audGenClose(h); }
-};
+struct Close { void operator()(tagAUDGENHANDLE *h) const { audGenClose(h); } };
 using Gen = std::unique_ptr<tagAUDGENHANDLE, Close>;
+using Builder = int16_t *(*)(tagAUDGENHANDLE *, double, uint32_t *);
+using Samples = std::vector<int16_t>;
 
-// A complete PCM record: byte rate and block align from audUpdateHeader.
 WAVEFORMATEX Format(uint16_t channels, uint32_t rate, uint16_t bits) {
   WAVEFORMATEX f{1, channels, rate, 0, 0, bits, 0};
   audUpdateHeader(&f);
   return f;
 }
+const WAVEFORMATEX kStereo48 = Format(2, 48000, 16);
 
-Gen Open(uint32_t flags, uint32_t frequency, const WAVEFORMATEX &f, double amplitude = 1.0,
-         uint32_t shape = AUDGEN_SHAPE_SINE, uint32_t end = 0, uint32_t ms = 0, uint32_t steps = 0,
-         double reference = 0.0) {
-  return Gen(audGenOpen(flags, frequency, end, ms, steps, shape, shape, &f, amplitude, amplitude, reference));
+Gen Open(uint32_t flags, uint32_t frequency, const WAVEFORMATEX &f = kStereo48, uint32_t end = 0, uint32_t ms = 0,
+         uint32_t steps = 0, double reference = 0.0, double amplitude = 1.0) {
+  return Gen(audGenOpen(flags, frequency, end, ms, steps, 0, 0, &f, amplitude, amplitude, reference));
 }
 
-std::vector<int16_t> Fill(tagAUDGENHANDLE *h, uint32_t frames, uint32_t channels = 2) {
-  std::vector<int16_t> out(size_t{frames} * channels, 0);
-  EXPECT_EQ(audGenFillBuffer(h, out.data(), static_cast<uint32_t>(out.size() * 2)), 0u);
+// Fills pieces of the given frame counts one after the other and joins them.
+Samples Fill(tagAUDGENHANDLE *h, std::vector<uint32_t> pieces, uint32_t channels = 2) {
+  Samples out;
+  for (uint32_t frames : pieces) {
+    out.resize(out.size() + size_t{frames} * channels);
+    EXPECT_EQ(audGenFillBuffer(h, &out[out.size() - size_t{frames} * channels], frames * channels * 2), 0u);
+  }
   return out;
 }
+const std::vector<uint32_t> kOddPieces = {1, 7, 4799, 4801, 2737};
 
-TEST(GeneratorTables, ShapesPeaksAndSymmetry) {
-  struct Case {
-    uint32_t shape, rate;
+// A table from one of the public builders, copied out of its new[] block.
+Samples Table(tagAUDGENHANDLE *h, Builder build, double amplitude) {
+  uint32_t n = 0;
+  int16_t *t = build(h, amplitude, &n);
+  Samples v(t, t + n);
+  delete[] t;
+  return v;
+}
+
+// Channel ch of stereo `out` reads table t from `phase` on, `step` entries per frame.
+void ExpectWave(const Samples &out, int ch, const Samples &t, uint32_t phase, uint32_t step) {
+  for (size_t k = 0; k < out.size() / 2; ++k, phase = (phase + step) % t.size())
+    ASSERT_EQ(out[2 * k + ch], t[phase]) << "channel " << ch << " frame " << k;
+}
+
+// Tones filled in odd pieces: the left channel reads its shape's table from 0, the right channel
+// its triangle from the flag's phase, each floor(length x frequency / rate) entries a frame, at
+// least 1. Each table is odd around its middle; the buffer size is one cycle (at least 1000
+// bytes) or, for frequency 0, one second.
+TEST(GeneratorTone, ShapesPhasesAndBufferSizes) {
+  const WAVEFORMATEX f8k = Format(2, 8000, 16);
+  const struct {
+    uint32_t flags, frequency, shape;
+    const WAVEFORMATEX *format;  // null: stereo 44100 Hz 16-bit
     double amplitude;
-    uint32_t length;
-    int16_t peak, first;  // largest entry and t[1]
+    Builder build;
+    uint32_t length, rightPhase, bytes, peak, first;
+  } cases[] = {
+      {0, 1000, AUDGEN_SHAPE_SINE, &kStereo48, 1.0, buildSinTable, 48000, 0, 1000, 32767, 4},
+      {AUDGEN_RIGHT_QUARTER, 1000, AUDGEN_SHAPE_SINE, nullptr, 0.5, buildSinTable, 44100, 8192, 1000, 16383, 2},
+      {AUDGEN_RIGHT_HALF, 100, AUDGEN_SHAPE_SQUARE, &kStereo48, 0.5, buildSquareTable, 32768, 16384, 1920, 16383, 16383},
+      {AUDGEN_RIGHT_THREE_QUARTERS, 0, AUDGEN_SHAPE_TRIANGLE, &kStereo48, 1.0, buildTriangleTable, 32768, 24576, 192000, 32767, 3},
+      {AUDGEN_RIGHT_QUARTER | AUDGEN_RIGHT_HALF, 997, AUDGEN_SHAPE_SAWTOOTH, &kStereo48, 1.0, buildSawToothTable, 32768, 16384, 1000, 32765, 1},
+      {AUDGEN_RIGHT_QUARTER | AUDGEN_RIGHT_THREE_QUARTERS, 440, AUDGEN_SHAPE_SQUARE | AUDGEN_SHAPE_SAWTOOTH, &f8k, 0.25, buildSquareTable, 32768, 8192, 1000, 8191, 8191},
+      {0, 10000, AUDGEN_SHAPE_TRIANGLE | AUDGEN_SHAPE_SAWTOOTH, &kStereo48, 1.0, buildTriangleTable, 32768, 0, 1000, 32767, 3},
   };
-  for (const Case &c : {Case{AUDGEN_SHAPE_SINE, 48000, 1.0, 48000, 32767, 4},
-                        {AUDGEN_SHAPE_SINE, 44100, 0.5, 44100, 16383, 2},
-                        {AUDGEN_SHAPE_SQUARE, 48000, 0.5, 32768, 16383, 16383},
-                        {AUDGEN_SHAPE_TRIANGLE, 48000, 1.0, 32768, 32767, 3},
-                        {AUDGEN_SHAPE_SAWTOOTH, 48000, 1.0, 32768, 32765, 1},
-                        {AUDGEN_SHAPE_SQUARE | AUDGEN_SHAPE_SAWTOOTH, 8000, 0.25, 32768, 8191, 8191}}) {
-    // Right and left tables come from different shapes and amplitudes.
-    const WAVEFORMATEX f = Format(2, c.rate, 16);
-    Gen g(audGenOpen(AUDGEN_TONE, 1000, 0, 0, 0, AUDGEN_SHAPE_TRIANGLE, c.shape, &f, 0.1, c.amplitude, 0.0));
-    const int16_t *t = g->leftTable;
-    const uint32_t n = g->leftTableLength;
-    ASSERT_EQ(n, c.length) << c.shape;
-    EXPECT_EQ(g->rightTableLength, 32768u);
-    EXPECT_TRUE(t[0] == 0 && t[n / 2] == 0) << c.shape;
-    EXPECT_EQ(t[1], c.first) << c.shape;
-    for (uint32_t i = 1; i < n; ++i) ASSERT_EQ(t[n - i], -t[i]) << "odd symmetry, shape " << c.shape << " i " << i;
-    EXPECT_EQ(*std::max_element(t, t + n), c.peak) << c.shape;
+  for (const auto &c : cases) {
+    SCOPED_TRACE(testing::Message() << "flags " << c.flags << " shape " << c.shape);
+    Gen g(audGenOpen(c.flags, c.frequency, 0, 0, 0, AUDGEN_SHAPE_TRIANGLE, c.shape, c.format, 0.1, c.amplitude, 0.0));
+    EXPECT_EQ(audGenGetBufferSize(g.get()), c.bytes);
+    const Samples t = Table(g.get(), c.build, c.amplitude), right = Table(g.get(), buildTriangleTable, 0.1);
+    const uint32_t n = static_cast<uint32_t>(t.size()), rate = c.format ? c.format->nSamplesPerSec : 44100;
+    ASSERT_EQ(n, c.length);
+    EXPECT_EQ(std::vector<int>({t[0], t[n / 2], t[1], *std::max_element(t.begin(), t.end())}),
+              std::vector<int>({0, 0, int(c.first), int(c.peak)}));
+    for (uint32_t i = 1; i < n; ++i) ASSERT_EQ(t[n - i], -t[i]) << "odd symmetry at " << i;
+    const Samples out = Fill(g.get(), kOddPieces);
+    ExpectWave(out, 0, t, 0, std::max(1u, n * c.frequency / rate));
+    ExpectWave(out, 1, right, c.rightPhase, std::max(1u, 32768 * c.frequency / rate));
   }
-  Gen sine = Open(AUDGEN_TONE, 1000, Format(2, 48000, 16));
-  for (uint32_t i = 0; i < 48000; ++i) ASSERT_NEAR(sine->leftTable[i], 32767 * std::sin(2 * M_PI * i / 48000), 1.0);
+  Gen g = Open(AUDGEN_TONE, 1000);
+  const Samples sine = Table(g.get(), buildSinTable, 1.0);
+  for (uint32_t i = 0; i < 48000; ++i) ASSERT_NEAR(sine[i], 32767 * std::sin(2 * M_PI * i / 48000), 1.0);
   // A rate not divisible by 4 leaves entries no quarter-wave rule writes; they read as 0.
-  Gen odd = Open(AUDGEN_TONE, 1000, Format(2, 22050, 16));
-  EXPECT_EQ(odd->leftTable[5513], 0);
-}
-
-TEST(GeneratorTone, ConsecutiveOddFillsJoinWithoutAGap) {
-  struct Case {
-    uint32_t flags, shape, frequency, end, ms, steps;
-  };
-  const Case cases[] = {
-      {AUDGEN_TONE, AUDGEN_SHAPE_SINE, 997, 0, 0, 0},
-      {AUDGEN_TONE | AUDGEN_RIGHT_QUARTER, AUDGEN_SHAPE_TRIANGLE, 440, 0, 0, 0},
-      {AUDGEN_SWEEP | AUDGEN_SWEEP_LINEAR, AUDGEN_SHAPE_SINE, 100, 1000, 1000, 10},
-  };
-  for (const Case &c : cases) {
-    const WAVEFORMATEX f = Format(2, 48000, 16);
-    Gen whole = Open(c.flags, c.frequency, f, 0.8, c.shape, c.end, c.ms, c.steps);
-    Gen parts = Open(c.flags, c.frequency, f, 0.8, c.shape, c.end, c.ms, c.steps);
-    const auto once = Fill(whole.get(), 12345);
-    std::vector<int16_t> joined;
-    for (uint32_t frames : {1u, 7u, 4799u, 4801u, 2737u}) {
-      const auto part = Fill(parts.get(), frames);
-      joined.insert(joined.end(), part.begin(), part.end());
-    }
-    ASSERT_EQ(joined, once) << "flags " << c.flags;
+  EXPECT_EQ(Table(Open(AUDGEN_TONE, 1000, Format(2, 22050, 16)).get(), buildSinTable, 1.0)[5513], 0);
+  // Set-angle puts both channels at the same point; restart sets both to 0 without the phase
+  // flag; set applies it again and a null format keeps 48 kHz.
+  g = Open(AUDGEN_RIGHT_HALF, 1000);
+  const struct {
+    std::function<uint32_t()> call;
+    uint32_t left, right, step;
+  } calls[] = {{[&] { return audGenSetAngle(g.get(), 90); }, 12000, 12000, 1000},
+               {[&] { return audGenRestart(g.get()); }, 0, 0, 1000},
+               {[&] { return audGenSet(g.get(), AUDGEN_RIGHT_QUARTER, 500, 0, 0, 0, 0, 0, nullptr, 1, 1, 0); }, 0, 12000, 500}};
+  for (const auto &c : calls) {
+    EXPECT_EQ(c.call(), 0u);
+    const Samples out = Fill(g.get(), {100});
+    ExpectWave(out, 0, sine, c.left, c.step);
+    ExpectWave(out, 1, sine, c.right, c.step);
   }
 }
 
-TEST(GeneratorPhase, FlagsSetAngleAndRestart) {
-  struct Case {
-    uint32_t flags, rightPhase;
+// Sine sweeps at 48 kHz, where the table index advances by the present whole frequency, filled
+// in pieces: `stepFrames` frames at each frequency listed. A geometric sweep keeps the whole
+// hertz between calls (ratio 10^(1/4): 177.8 is kept as 177).
+TEST(GeneratorSweep, StepsRestartAndWholeHertzBetweenCalls) {
+  const struct {
+    uint32_t flags, start, end, ms, steps, stepFrames;
+    std::vector<uint32_t> pieces, frequencies;
+  } cases[] = {
+      {AUDGEN_SWEEP_LINEAR, 1000, 5000, 1000, 5, 9600, {1, 7, 47992, 4801, 43199},
+       {1000, 2000, 3000, 4000, 5000, 1000, 2000, 3000, 4000, 5000}},
+      {AUDGEN_SWEEP_LINEAR, 1000, 5000, 999, 5, 30, {30}, {1000}},  // under a second: no increment
+      {0, 100, 1000, 1000, 5, 9600, {9600, 9600, 9600, 9600, 9600, 9600, 9600}, {100, 177, 314, 558, 992, 100, 177}},
   };
-  for (const Case &c : {Case{0, 0}, {AUDGEN_RIGHT_QUARTER, 12000}, {AUDGEN_RIGHT_HALF, 24000},
-                        {AUDGEN_RIGHT_THREE_QUARTERS, 36000}, {AUDGEN_RIGHT_QUARTER | AUDGEN_RIGHT_HALF, 24000},
-                        {AUDGEN_RIGHT_QUARTER | AUDGEN_RIGHT_THREE_QUARTERS, 12000}}) {
-    Gen g = Open(c.flags, 1000, Format(2, 48000, 16));
-    EXPECT_EQ(g->rightPhase, c.rightPhase) << c.flags;
-    EXPECT_EQ(g->leftPhase, 0u);
-  }
-  // Half a cycle ahead: the right channel is the negated left one.
-  Gen g = Open(AUDGEN_RIGHT_HALF, 1000, Format(2, 48000, 16));
-  auto out = Fill(g.get(), 100);
-  for (size_t k = 0; k < 100; ++k) ASSERT_EQ(out[2 * k + 1], -out[2 * k]) << k;
-  // Set-angle puts both channels at the same point, whatever the phase flag did.
-  EXPECT_EQ(audGenSetAngle(g.get(), 90), 0u);
-  EXPECT_EQ(g->leftPhase, 12000u);
-  EXPECT_EQ(g->rightPhase, 12000u);
-  out = Fill(g.get(), 10);
-  EXPECT_EQ(out[0], 32767);
-  for (size_t k = 0; k < 10; ++k) ASSERT_EQ(out[2 * k + 1], out[2 * k]);
-  // Restart zeroes both phases and does not re-apply the flag.
-  EXPECT_EQ(audGenRestart(g.get()), 0u);
-  EXPECT_EQ(g->rightPhase, 0u);
-  EXPECT_EQ(g->leftPhase, 0u);
-  // Set replaces parameters and applies the flag again; a null format keeps the old one.
-  EXPECT_EQ(audGenSet(g.get(), AUDGEN_RIGHT_QUARTER, 500, 0, 0, 0, 0, 0, nullptr, 1.0, 1.0, 0.0), 0u);
-  EXPECT_EQ(g->rightPhase, 12000u);
-  EXPECT_EQ(g->sampleRate, 48000u);
-  EXPECT_EQ(g->frequency, 500u);
-}
-
-TEST(GeneratorBufferSize, OneSecondOrOneCycle) {
-  struct Case {
-    uint32_t flags, frequency;
-    WAVEFORMATEX format;
-    uint32_t bytes;
-  };
-  const Case cases[] = {
-      {AUDGEN_TONE, 10000, Format(2, 48000, 16), 1000}, {AUDGEN_TONE, 100, Format(2, 48000, 16), 1920},
-      {AUDGEN_SWEEP, 100, Format(2, 48000, 16), 192000}, {AUDGEN_PINK_NOISE, 0, Format(2, 44100, 32), 352800},
-      {AUDGEN_TONE, 0, Format(2, 48000, 16), 192000},
-  };
-  for (const Case &c : cases) {
-    Gen g = Open(c.flags, c.frequency, c.format);
-    EXPECT_EQ(audGenGetBufferSize(g.get()), c.bytes) << c.flags << " " << c.frequency;
-  }
-  Gen d(audGenOpen(0, 1000, 0, 0, 0, 0, 0, nullptr, 1.0, 1.0, 0.0));
-  EXPECT_EQ(d->sampleRate, 44100u);
-  EXPECT_EQ(audGenGetBufferSize(d.get()), 1000u) << "default stereo 44100 Hz 16-bit";
-}
-
-// Expected left channel of a sine sweep: the table index advances by the present frequency.
-struct SweepModel {
-  const int16_t *table;
-  uint32_t n, index = 0;
-  int16_t Next(uint32_t frequency) {
-    const int16_t v = table[index];
-    index = (index + frequency) % n;
-    return v;
-  }
-};
-
-TEST(GeneratorSweep, LinearStepsAndRestartAtTheEnd) {
-  // 1 s, 5 steps: 9600 frames each at 1000, 2000, ... 5000 Hz, then over again.
-  Gen g = Open(AUDGEN_SWEEP | AUDGEN_SWEEP_LINEAR, 1000, Format(2, 48000, 16), 1.0, AUDGEN_SHAPE_SINE, 5000, 1000, 5);
-  SweepModel model{g->leftTable, 48000};
-  for (int call = 0; call < 2; ++call) {
-    const auto out = Fill(g.get(), 48000);
-    for (uint32_t i = 0; i < 48000; ++i) ASSERT_EQ(out[2 * i], model.Next(1000 + 1000 * (i / 9600))) << i;
-    EXPECT_EQ(g->currentFrequency, 5000u);
-    EXPECT_EQ(g->stepFramesDone, 9600u);
-  }
-  // Under a second of sweep time: steps of 8 frames, a step count of 0, so no increment.
-  Gen s = Open(AUDGEN_SWEEP | AUDGEN_SWEEP_LINEAR, 1000, Format(2, 48000, 16), 1.0, AUDGEN_SHAPE_SINE, 5000, 999, 5);
-  Fill(s.get(), 30);
-  EXPECT_EQ(s->currentFrequency, 1000u);
-  EXPECT_EQ(s->stepFramesDone, 6u);
-}
-
-TEST(GeneratorSweep, GeometricStepsKeepTheWholeHertzBetweenCalls) {
-  // 100 -> 1000 Hz in 4 steps of 12000 frames: ratio 10^(1/3); the stored frequency is truncated.
-  Gen g = Open(AUDGEN_SWEEP, 100, Format(2, 48000, 16), 1.0, AUDGEN_SHAPE_SINE, 1000, 1000, 4);
-  const uint32_t seen[] = {100, 215, 463, 997, 100, 215};
-  for (uint32_t want : seen) {
-    Fill(g.get(), 12000);
-    EXPECT_EQ(g->currentFrequency, want);
+  for (const auto &c : cases) {
+    Gen g = Open(AUDGEN_SWEEP | c.flags, c.start, kStereo48, c.end, c.ms, c.steps);
+    EXPECT_EQ(audGenGetBufferSize(g.get()), 192000u);
+    const Samples sine = Table(g.get(), buildSinTable, 1.0), out = Fill(g.get(), c.pieces);
+    for (uint32_t i = 0, phase = 0; i < out.size() / 2; phase = (phase + c.frequencies[i / c.stepFrames]) % 48000, ++i)
+      ASSERT_EQ(out[2 * i], sine[phase]) << c.start << " frame " << i;
   }
 }
 
 TEST(GeneratorSweep, MarkersAtTheStartOfTheirSteps) {
-  struct Case {
-    const char *name;
-    uint32_t flags, end, ms, steps;
-    double reference;
-    std::vector<uint32_t> markedSteps;
-  };
   const uint32_t lin = AUDGEN_SWEEP | AUDGEN_SWEEP_LINEAR;
-  const Case cases[] = {
-      {"start", lin | AUDGEN_MARK_START, 5000, 1000, 5, 0.0, {0}},
-      {"octaves", lin | AUDGEN_MARK_OCTAVES, 5000, 1000, 5, 1000.0, {0, 1, 3}},
-      {"seconds", lin | AUDGEN_MARK_SECONDS, 5000, 2000, 4, 0.0, {0, 2}},
-      {"geometric octaves", AUDGEN_SWEEP | AUDGEN_MARK_OCTAVES, 8000, 1000, 4, 1000.0, {0, 1, 2, 3}},
-      {"none", lin, 5000, 1000, 5, 0.0, {}},
-  };
-  for (const Case &c : cases) {
-    Gen g = Open(c.flags, 1000, Format(2, 48000, 16), 1.0, AUDGEN_SHAPE_SINE, c.end, c.ms, c.steps, c.reference);
-    const uint32_t stepFrames = 48000 * (c.ms / 1000) / c.steps;
+  const uint32_t cases[][7] = {  // flags, end, ms, steps, octave reference, frames a step, marked steps (bits)
+      {lin | AUDGEN_MARK_START, 5000, 1000, 5, 0, 9600, 0x1},   {lin | AUDGEN_MARK_OCTAVES, 5000, 1000, 5, 1000, 9600, 0xB},
+      {lin | AUDGEN_MARK_SECONDS, 5000, 2000, 4, 0, 24000, 0x5}, {AUDGEN_SWEEP | AUDGEN_MARK_OCTAVES, 8000, 1000, 4, 1000, 12000, 0xF},
+      {lin, 5000, 1000, 5, 0, 9600, 0}, {lin | AUDGEN_MARK_START, 5000, 999, 5, 0, 8, 0xF}};  // under a second: 8 frames
+  for (const auto &c : cases) {
+    Gen g = Open(c[0], 1000, kStereo48, c[1], c[2], c[3], c[4]);
     // One frame short of the whole sweep, so every step ends inside this buffer.
-    const auto out = Fill(g.get(), stepFrames * c.steps - 1);
-    for (uint32_t step = 0; step + 1 < c.steps; ++step) {
-      const int16_t *at = out.data() + size_t{step} * stepFrames * 2;
-      const bool marked = std::find(c.markedSteps.begin(), c.markedSteps.end(), step) != c.markedSteps.end();
+    const auto out = Fill(g.get(), {c[5] * c[3] - 1});
+    for (uint32_t step = 0; step + 1 < c[3]; ++step) {
       // A marker is two pairs of frames (block align 4): the truncated amplitude, then zero.
+      const int16_t *at = out.data() + size_t{step} * c[5] * 2;
       const bool click = at[0] == 1 && at[1] == 1 && at[2] == 0 && at[3] == 0 && at[4] == 1 && at[6] == 0;
-      EXPECT_EQ(click, marked) << c.name << " step " << step;
+      EXPECT_EQ(click, bool(c[6] >> step & 1)) << "flags " << c[0] << " step " << step;
     }
   }
 }
 
-TEST(GeneratorNoise, RangesAndSpectrumShape) {
-  const WAVEFORMATEX f = Format(2, 48000, 16);
-  Gen white(audGenOpen(AUDGEN_WHITE_NOISE, 0, 0, 0, 0, 0, 0, &f, 0.5, 1.0, 0.0));
-  Gen pink(audGenOpen(AUDGEN_PINK_NOISE, 0, 0, 0, 0, 0, 0, &f, 0.5, 1.0, 0.0));
-  std::srand(7);
-  const auto w = Fill(white.get(), 20000);
-  std::srand(7);
-  const auto p = Fill(pink.get(), 20000);
-  auto lag1 = [](const std::vector<int16_t> &v) {
-    double num = 0, den = 0;
-    for (size_t i = 0; i + 2 < v.size(); i += 2) num += double(v[i]) * v[i + 2], den += double(v[i]) * v[i];
-    return num / den;
-  };
-  // Left is the full-scale noise, right the same noise at half amplitude.
-  for (const auto *v : {&w, &p})
-    for (size_t i = 0; i < v->size(); i += 2) ASSERT_NEAR((*v)[i + 1], (*v)[i] / 2.0, 1.0) << i;
-  EXPECT_LT(std::fabs(lag1(w)), 0.05) << "white noise is uncorrelated";
-  EXPECT_GT(lag1(p), 0.5) << "pink noise leans to low frequencies";
-  EXPECT_GT(*std::max_element(w.begin(), w.end()), 32000) << "white noise spans the full scale";
-  // Pink noise redraws 256 + 128 + ... + 2 = 510 values per 256 frames; white one per frame.
-  std::srand(11);
-  for (int i = 0; i < 510 * 2 + 300; ++i) std::rand();
-  const int after = std::rand();
-  std::srand(11);
-  Fill(pink.get(), 512);
-  Fill(white.get(), 300);
-  EXPECT_EQ(std::rand(), after);
+// The same seed gives the same noise; left full scale, right the same noise at half amplitude.
+TEST(GeneratorNoise, SeededChannelsRangeAndSpectrum) {
+  for (uint32_t type : {AUDGEN_WHITE_NOISE, AUDGEN_PINK_NOISE}) {
+    SCOPED_TRACE(type);
+    Gen a(audGenOpen(type, 0, 0, 0, 0, 0, 0, &kStereo48, 0.5, 1.0, 0.0));
+    Gen b(audGenOpen(type, 0, 0, 0, 0, 0, 0, &kStereo48, 0.5, 1.0, 0.0));
+    std::srand(7);
+    const auto v = Fill(a.get(), {20000});
+    std::srand(7);
+    EXPECT_EQ(Fill(b.get(), {20000}), v);
+    double num = 0, den = 0, repeats = 0;
+    for (size_t i = 0; i + 2 < v.size(); i += 2)
+      num += double(v[i]) * v[i + 2], den += double(v[i]) * v[i], repeats += v[i] == v[i + 2];
+    for (size_t i = 0; i < v.size(); i += 2) ASSERT_NEAR(v[i + 1], v[i] / 2.0, 1.0) << i;
+    // Both change at every frame. White noise is uniform over the full scale (RMS 32768 / sqrt(3))
+    // and uncorrelated; pink noise is about 9 dB lower and leans to low frequencies.
+    EXPECT_LT(repeats, 100);
+    const bool white = type == AUDGEN_WHITE_NOISE;
+    EXPECT_NEAR(std::sqrt(den / (v.size() / 2)), white ? 18918 : 6689, white ? 380 : 270);
+    EXPECT_TRUE(white ? std::fabs(num / den) < 0.05 : num / den > 0.5) << num / den;
+    EXPECT_TRUE(!white || *std::max_element(v.begin(), v.end()) > 32000);
+    // From an even frame to the next only pink noise's fastest row changes: 1/8 of the range each way.
+    for (size_t i = 2; !white && i < v.size(); i += 4) ASSERT_LE(std::abs(v[i] - v[i - 2]), 8193) << i;
+  }
+  EXPECT_EQ(db_to_amplitude(0), 1.0);
+  EXPECT_DOUBLE_EQ(db_to_amplitude(20), 0.1);
+  EXPECT_DOUBLE_EQ(db_to_amplitude(-40), 100.0);
 }
 
-TEST(GeneratorFill, SilenceUnknownTypesAndOtherChannels) {
-  const WAVEFORMATEX quad = Format(4, 48000, 16);
+// Silence writes channels 0-1 only, other types zero everything; a wide format holds the 16-bit
+// signal in the top halves of 32-bit containers.
+TEST(GeneratorFill, SilenceUnknownTypesAndWidening) {
   for (uint32_t type : {AUDGEN_SILENCE, 3u, 0xFu}) {
-    Gen g = Open(type, 1000, quad);
+    Gen g = Open(type, 1000, Format(4, 48000, 16));
     std::vector<int16_t> out(4 * 50, 77);
     audGenFillBuffer(g.get(), out.data(), static_cast<uint32_t>(out.size() * 2));
-    for (size_t i = 0; i < out.size(); ++i) {
-      const bool silenced = type != AUDGEN_SILENCE || i % 4 < 2;  // silence leaves channels 2-3
-      ASSERT_EQ(out[i], silenced ? 0 : 77) << "type " << type << " i " << i;
-    }
+    for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], type != AUDGEN_SILENCE || i % 4 < 2 ? 0 : 77) << type;
   }
-}
-
-TEST(GeneratorFill, WideningTo32BitContainers) {
   for (uint32_t type : {AUDGEN_TONE, AUDGEN_SWEEP | AUDGEN_MARK_START, AUDGEN_WHITE_NOISE, AUDGEN_PINK_NOISE}) {
     for (uint16_t channels : {1, 2}) {
-      Gen narrow = Open(type, 1000, Format(channels, 48000, 16), 0.9, AUDGEN_SHAPE_SINE, 4000, 1000, 5);
-      Gen wide = Open(type, 1000, Format(channels, 48000, 32), 0.9, AUDGEN_SHAPE_SINE, 4000, 1000, 5);
+      Gen narrow = Open(type, 1000, Format(channels, 48000, 16), 4000, 1000, 5, 0.0, 0.9);
+      Gen wide = Open(type, 1000, Format(channels, 48000, 32), 4000, 1000, 5, 0.0, 0.9);
       std::srand(3);
-      const auto a = Fill(narrow.get(), 1001, channels);
+      const auto a = Fill(narrow.get(), {1001}, channels);
       std::srand(3);
       std::vector<uint32_t> b(size_t{1001} * channels, 0xDEADBEEF);
       audGenFillBuffer(wide.get(), b.data(), static_cast<uint32_t>(b.size() * 4));
@@ -273,44 +208,24 @@ TEST(GeneratorFill, WideningTo32BitContainers) {
 }
 
 TEST(GeneratorFill, NeverWritesPastTheBuffer) {
-  struct Shape {
-    uint16_t channels, bits, blockAlign;
-  };
   // Consistent records and inconsistent ones (block align smaller than the channels need).
-  for (const Shape s : {Shape{1, 16, 2}, {1, 32, 4}, {6, 16, 12}, {2, 16, 2}, {2, 16, 1}, {3, 24, 4}, {2, 16, 0}}) {
+  const uint16_t shapes[][3] = {{1, 16, 2}, {1, 32, 4}, {6, 16, 12}, {2, 16, 2}, {2, 16, 1}, {3, 24, 4}, {2, 16, 0}};
+  for (const auto &s : shapes) {
     for (uint32_t type : {AUDGEN_TONE, AUDGEN_SWEEP | AUDGEN_MARK_START, AUDGEN_WHITE_NOISE, AUDGEN_PINK_NOISE,
                           AUDGEN_SILENCE, 5u}) {
-      WAVEFORMATEX f = Format(s.channels, 48000, s.bits);
-      f.nBlockAlign = s.blockAlign;
-      Gen g = Open(type, 1000, f, 1.0, AUDGEN_SHAPE_SINE, 3000, 1000, 1000);
+      WAVEFORMATEX f = Format(s[0], 48000, s[1]);
+      f.nBlockAlign = s[2];
+      Gen g = Open(type, 1000, f, 3000, 1000, 1000);
       for (uint32_t bytes : {0u, 1u, 3u, 37u, 1000u}) {
         kvtest::Guarded buf(bytes);
         std::memset(buf.data(), 0, bytes);
         audGenFillBuffer(g.get(), buf.data(), bytes);
-        ASSERT_TRUE(buf.GuardsIntact()) << s.channels << " ch, align " << s.blockAlign << ", type " << type
-                                        << ", " << bytes << " bytes";
+        ASSERT_TRUE(buf.GuardsIntact()) << s[0] << " ch, align " << s[2] << ", type " << type << ", " << bytes;
       }
     }
   }
   EXPECT_EQ(audGenFillBuffer(nullptr, nullptr, 10), 0u);
   EXPECT_EQ(audGenClose(nullptr), 0u);
-}
-
-TEST(GeneratorLock, ConcurrentFillsAdvanceThePhaseOnce) {
-  Gen g = Open(AUDGEN_TONE, 1000, Format(2, 48000, 16));
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t)
-    threads.emplace_back([&] {
-      for (int i = 0; i < 200; ++i) Fill(g.get(), 37);
-    });
-  for (auto &t : threads) t.join();
-  EXPECT_EQ(g->leftPhase % 48000, 4u * 200 * 37 * 1000 % 48000);
-}
-
-TEST(DbToAmplitude, TenToTheMinusDbOverTwenty) {
-  EXPECT_EQ(db_to_amplitude(0), 1.0);
-  EXPECT_DOUBLE_EQ(db_to_amplitude(20), 0.1);
-  EXPECT_DOUBLE_EQ(db_to_amplitude(-40), 100.0);
 }
 
 }  // namespace

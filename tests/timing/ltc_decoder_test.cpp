@@ -1,99 +1,63 @@
-// LTC decoder: detector thresholds and intervals, set-up rule, end-of-buffer reporting.
+// LTC decoder: detector thresholds and intervals, and the set-up rule.
 #include <gtest/gtest.h>
 
 #include "ltc_signal.h"
 
 namespace {
 
-struct Crossing {
-  int result, interval;
-  unsigned consumed;
-};
-
-// Scans a buffer to its end and lists what FindZX returns, the final 100 included.
-std::vector<Crossing> Scan(CCrossDetector &d, int &interval) {
-  std::vector<Crossing> out;
-  for (;;) {
-    unsigned consumed = 0;
-    const int r = d.FindZX(interval, consumed);
-    out.push_back({r, interval, consumed});
-    if (r != 0) return out;
-  }
-}
-
-// Channel values 128..133 / 0..401 around the thresholds; the other channel of a pair is full
-// scale and toggles at every frame, so reading it would show crossings everywhere.
-template <typename S>
-std::vector<typename S::Value> Samples(const std::vector<int> &channel) {
-  std::vector<typename S::Value> v;
-  for (size_t i = 0; i < channel.size(); ++i) {
-    for (int k = 0; k < S::kStride; ++k) {
-      const int other = sizeof(typename S::Value) == 1 ? (i % 2 ? 255 : 0) : (i % 2 ? 32767 : -32768);
-      v.push_back(static_cast<typename S::Value>(k == S::kOffset ? channel[i] : other));
-    }
-  }
-  return v;
-}
-
+// Channel values around the thresholds: stays low at kHighAt - 1, goes high at index 8, stays
+// high at kLowBelow, goes low at index 13. The other channel of a pair is full scale and toggles
+// at every frame, so reading it would show crossings everywhere.
 template <typename S>
 void CheckThresholds() {
-  const bool eight = sizeof(typename S::Value) == 1;
-  const int mid = eight ? 128 : 0, high = S::kHighAt, low = S::kLowBelow;
-  // Stays low at high - 1, goes high at index 8, stays high at low, goes low at index 13.
-  const std::vector<int> channel = {mid, mid, mid, mid, mid, high - 1, high - 1, high - 1, high, mid,
-                                    mid, low, low, low - 1, mid, mid, mid};
-  auto samples = Samples<S>(channel);
+  using V = typename S::Value;
+  const int mid = sizeof(V) == 1 ? 128 : 0, high = S::kHighAt, low = S::kLowBelow;
+  const int channel[] = {mid, mid, mid, mid, mid, high - 1, high - 1, high - 1, high, mid, mid, low, low, low - 1,
+                         mid, mid, mid};
+  std::vector<V> samples;
+  for (size_t i = 0; i < std::size(channel); ++i)
+    for (int k = 0; k < S::kStride; ++k)
+      samples.push_back(static_cast<V>(k == S::kOffset ? channel[i] : sizeof(V) == 1 ? 255 * (i % 2) : i % 2 ? 32767 : -32768));
   ZXDetect<S> d;
   int interval = 5;
-  d.NewBuffer(samples.data(), static_cast<int>(channel.size()));
-  const std::vector<Crossing> whole = Scan(d, interval);
-  ASSERT_EQ(whole.size(), 3u);
-  EXPECT_EQ(whole[0].result, 0);
-  EXPECT_EQ(whole[0].interval, 9);
-  EXPECT_EQ(whole[0].consumed, 9u);
-  EXPECT_EQ(whole[1].interval, 5);
-  EXPECT_EQ(whole[1].consumed, 5u);
-  EXPECT_EQ(whole[2].result, 100);
-  EXPECT_EQ(whole[2].consumed, 3u);
+  d.NewBuffer(samples.data(), static_cast<int>(std::size(channel)));
+  const int want[][3] = {{0, 9, 9}, {0, 5, 5}, {100, 5, 3}};  // result, interval, consumed
+  for (const auto &w : want) {
+    unsigned consumed = 0;
+    ASSERT_EQ(d.FindZX(interval, consumed), w[0]);
+    EXPECT_EQ(interval, w[1]);
+    EXPECT_EQ(consumed, unsigned(w[2]));
+  }
   EXPECT_EQ(d.accumulated, 3u);
   EXPECT_EQ(d.state, 0);
 }
 
-TEST(LtcDetector, ThresholdsAndChannels) {
-  CheckThresholds<CSample8>();
-  CheckThresholds<CSample8L>();
-  CheckThresholds<CSample8R>();
-  CheckThresholds<CSample16>();
-  CheckThresholds<CSample16L>();
-  CheckThresholds<CSample16R>();
-}
+template <typename... S>
+void CheckAll() { (CheckThresholds<S>(), ...); }
 
-// A crossing at index i counts only when the incoming interval + i > 1.
-TEST(LtcDetector, IgnoresCrossingsTooCloseToThePreviousOne) {
+TEST(LtcDetector, ThresholdsAndChannels) { CheckAll<CSample8, CSample8L, CSample8R, CSample16, CSample16L, CSample16R>(); }
+
+// A crossing at index i counts only when the incoming interval + i > 1; empty buffers end at once.
+TEST(LtcDetector, IgnoresCrossingsTooCloseToThePreviousOneAndEmptyBuffers) {
   std::vector<uint8_t> high(8, 200);
-  const struct {
-    int interval;
-    unsigned consumed;
-  } cases[] = {{0, 3}, {1, 2}, {2, 1}, {-3, 6}, {40, 1}};
+  const int cases[][2] = {{0, 3}, {1, 2}, {2, 1}, {-3, 6}, {40, 1}};  // interval in, consumed
   for (const auto &c : cases) {
     ZXDetect<CSample8> d;
-    int interval = c.interval;
+    int interval = c[0];
     unsigned consumed = 0;
     d.NewBuffer(high.data(), 8);
-    ASSERT_EQ(d.FindZX(interval, consumed), 0) << c.interval;
-    EXPECT_EQ(consumed, c.consumed) << c.interval;
-    EXPECT_EQ(interval, static_cast<int>(c.consumed));
+    ASSERT_EQ(d.FindZX(interval, consumed), 0) << c[0];
+    EXPECT_EQ(consumed, unsigned(c[1])) << c[0];
+    EXPECT_EQ(interval, c[1]);
   }
   ZXDetect<CSample16> empty;
-  int interval = 0;
-  unsigned consumed = 7;
-  for (int count : {0, -5}) {
-    empty.NewBuffer(high.data(), count);
+  for (int count : {0, -5, 100}) {
+    int interval = 0;
+    unsigned consumed = 7;
+    empty.NewBuffer(count == 100 ? nullptr : high.data(), count);
     EXPECT_EQ(empty.FindZX(interval, consumed), 100);
     EXPECT_EQ(consumed, 0u);
   }
-  empty.NewBuffer(nullptr, 100);
-  EXPECT_EQ(empty.FindZX(interval, consumed), 100);
 }
 
 // Set-up picks the detector and the first period only when the 16-bit rate changes.
@@ -104,82 +68,16 @@ TEST(LtcDecoderSetup, SameRateLeavesTheDecoderAlone) {
   EXPECT_EQ(decoder.current, &decoder.zx16);
   ASSERT_EQ(smpteSetup(48000, 8, 1, 1, 0, 0), 0u);
   EXPECT_EQ(decoder.current, &decoder.zx8L);
-  EXPECT_EQ(decoder.period, 22);
-  EXPECT_EQ(decoder.mid, 17);
-  EXPECT_EQ(decoder.lo, 6);
-  EXPECT_EQ(decoder.hi, 27);
+  EXPECT_EQ(std::vector<int>({decoder.period, decoder.mid, decoder.lo, decoder.hi}), std::vector<int>({22, 17, 6, 27}));
   ASSERT_EQ(smpteSetup(48000 + 65536, 16, 0, 0, 0, 0), 0u);  // same low 16 bits
   EXPECT_EQ(decoder.current, &decoder.zx8L);
-  const struct {
-    int32_t rate;
-    uint32_t bits;
-    int stereo, channel;
-    CCrossDetector *want;
-  } cases[] = {{32000, 8, 0, 0, &decoder.zx8},   {44100, 8, 1, 0, &decoder.zx8R},
-               {48000, 16, 0, 7, &decoder.zx16}, {32000, 16, 1, -1, &decoder.zx16L},
-               {44100, 16, 2, 0, &decoder.zx16R}};
-  for (const auto &c : cases) {
-    ASSERT_EQ(smpteSetup(c.rate, c.bits, c.stereo, c.channel, 0, 0), 0u);
-    EXPECT_EQ(decoder.current, c.want) << c.rate;
+  const int32_t cases[][4] = {{32000, 8, 0, 0}, {44100, 8, 1, 0}, {48000, 16, 0, 7}, {32000, 16, 1, -1}, {44100, 16, 2, 0}};
+  const CCrossDetector *want[] = {&decoder.zx8, &decoder.zx8R, &decoder.zx16, &decoder.zx16L, &decoder.zx16R};
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const auto &c = cases[i];
+    ASSERT_EQ(smpteSetup(c[0], uint32_t(c[1]), c[2], c[3], 0, 0), 0u);
+    EXPECT_EQ(decoder.current, want[i]) << i;
   }
-}
-
-class LtcDecoderReports : public testing::Test {
- protected:
-  // Decodes ten frames of 25 fps at 48 kHz and the first sample of the eleventh, which completes
-  // the tenth; leaves the decoder locked.
-  void SetUp() override {
-    run_ = ltctest::EncodeRun(48000, 16, ltctest::kRates[1], 100, 12);
-    kvaudio::ltc::ResetDecoderForTesting();
-    smpteSetup(8000, 16, 0, 0, 8, 0);
-    smpteSetup(48000, 16, 0, 0, 8, 0);
-    EXPECT_EQ(kvaudio::ltc::m_dwBadCount, 10u);
-    last_ = 0;
-    for (int k = 0; k <= 10; ++k) {
-      Feed(1920 * k, k < 10 ? 1920 : 1);
-      if (Decode() == 0) last_ = tc_;
-    }
-    ASSERT_GE(last_, 105u);
-  }
-  void Feed(size_t at, size_t n) { smpteDecodeSetBuffer(run_.bytes.data() + 2 * at, static_cast<int32_t>(n)); }
-  uint32_t Decode(uint32_t tcIn = 0) {
-    tc_ = tcIn;
-    ub_ = 0;
-    flags_ = 8;
-    return smpteDecode(&tc_, &ub_, &flags_);
-  }
-
-  ltctest::Run run_;
-  uint32_t last_ = 0, tc_ = 0, ub_ = 0, flags_ = 0;
-};
-
-TEST_F(LtcDecoderReports, GoodDecodeSetsStatics) {
-  EXPECT_EQ(kvaudio::ltc::m_dwBadCount, 0u);
-  EXPECT_EQ(kvaudio::ltc::m_dwTC, last_);
-  EXPECT_EQ(decoder.position, 0u);
-}
-
-TEST_F(LtcDecoderReports, CrossingsWithoutNewFrameRepeatTheLastOne) {
-  Feed(1920 * 10 + 1, 200);
-  EXPECT_EQ(Decode(), 0u);
-  EXPECT_EQ(tc_, last_);
-  EXPECT_EQ(ub_, ltctest::UserBitsOf(last_));
-  EXPECT_EQ(flags_, 8u);
-  EXPECT_EQ(smpteDecode(nullptr, nullptr, nullptr), SMPTE_NO_FRAME);  // buffer already drained
-}
-
-TEST_F(LtcDecoderReports, SilenceReportsNothingUnlessAskedForTheLastFrame) {
-  std::vector<int16_t> silence(3000, 0);
-  smpteDecodeSetBuffer(silence.data(), 3000);
-  EXPECT_EQ(Decode(), SMPTE_NO_FRAME);
-  EXPECT_EQ(decoder.frameReady, 0);
-  EXPECT_EQ(tc_, 0u);
-  smpteDecodeSetBuffer(silence.data(), 3000);
-  EXPECT_EQ(Decode(0xFFFFFFFF), SMPTE_NO_FRAME);
-  EXPECT_EQ(tc_, last_);
-  EXPECT_EQ(ub_, ltctest::UserBitsOf(last_));
-  smpteDecodeSetBuffer(nullptr, 50);
-  EXPECT_EQ(Decode(), SMPTE_NO_FRAME);
 }
 
 }  // namespace

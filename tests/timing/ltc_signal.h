@@ -1,4 +1,4 @@
-// LTC test signals: runs of encoded frames, stereo and reversed copies, chunked decoding.
+// LTC test signals: runs of encoded frames and chunked decoding.
 #pragma once
 
 #include <algorithm>
@@ -11,34 +11,21 @@
 
 namespace ltctest {
 
+// Rate flags for smpteSetup, frames per `per` seconds, and the rate flags handed to smpteDecode
+// and reported by it.
 struct Rate {
   const char *name;
-  uint32_t flags;      // rate flags passed to smpteSetup
-  uint32_t fps;        // frames per `per` seconds
-  uint32_t per;
-  uint32_t decodeIn;   // expected rate flags handed to smpteDecode
-  uint32_t decodeOut;  // rate flags smpteDecode reports
+  uint32_t flags, fps, per, decodeIn, decodeOut;
 };
-
-inline const Rate kRates[] = {
-    {"24", 0x01, 24, 1, 0x01, 0x01},
-    {"25", 0x08, 25, 1, 0x08, 0x08},
-    {"2997DF", 0x04, 30000, 1001, 0x04, 0x04},
-    {"30", 0x00, 30, 1, 0x00, 0x02},
-};
+inline const Rate kRates[] = {{"24", 0x01, 24, 1, 0x01, 0x01}, {"25", 0x08, 25, 1, 0x08, 0x08},
+                              {"2997DF", 0x04, 30000, 1001, 0x04, 0x04}, {"30", 0x00, 30, 1, 0x00, 0x02}};
 
 inline uint32_t UserBitsOf(uint32_t frame) { return frame * 0x9E3779B9u ^ 0x5A5A0F0Fu; }
 
-// Samples of video frame k at `rate`: the exact cadence floor((k+1)R) - floor(kR).
-inline uint32_t CadenceSamples(uint32_t sampleRate, const Rate &r, uint64_t k) {
-  const uint64_t num = uint64_t(sampleRate) * r.per;
-  return static_cast<uint32_t>((k + 1) * num / r.fps - k * num / r.fps);
-}
-
 struct Run {
-  std::vector<uint8_t> bytes;      // mono samples, 1 or 2 bytes each
-  std::vector<SMPTE_FRAME> frames; // frame k as built by the encoder
-  std::vector<uint32_t> lengths;   // samples written for frame k
+  std::vector<uint8_t> bytes;       // mono samples, 1 or 2 bytes each
+  std::vector<SMPTE_FRAME> frames;  // frame k as built by the encoder
+  std::vector<uint32_t> lengths;    // samples written for frame k
 };
 
 // Encodes `count` consecutive frames from `first` with the encoder set up for the rate and width;
@@ -49,7 +36,8 @@ inline Run EncodeRun(uint32_t sampleRate, uint32_t bits, const Rate &r, uint32_t
   Run run;
   const uint32_t width = bits / 8;
   for (uint32_t k = 0; k < count; ++k) {
-    const uint32_t n = CadenceSamples(sampleRate, r, k);
+    const uint64_t num = uint64_t(sampleRate) * r.per;  // exact cadence floor((k+1)R) - floor(kR)
+    const auto n = static_cast<uint32_t>((k + 1) * num / r.fps - k * num / r.fps);
     const size_t at = run.bytes.size();
     run.bytes.resize(at + size_t(n) * width);
     const uint32_t written = smpteEncode(first + k, UserBitsOf(first + k), run.bytes.data() + at, n);
@@ -60,29 +48,6 @@ inline Run EncodeRun(uint32_t sampleRate, uint32_t bits, const Rate &r, uint32_t
   return run;
 }
 
-// Puts mono samples into channel `channel` of a stereo stream; the other channel carries a
-// square wave of period 6 at full scale, which must never reach the decoder.
-inline std::vector<uint8_t> ToStereo(const std::vector<uint8_t> &mono, size_t width, int channel) {
-  const size_t n = mono.size() / width;
-  std::vector<uint8_t> out(2 * mono.size());
-  for (size_t i = 0; i < n; ++i) {
-    const int16_t loud = (i / 3) % 2 ? 30000 : -30000;
-    const uint8_t loud8 = (i / 3) % 2 ? 0xF0 : 0x10;
-    uint8_t *frame = out.data() + 2 * width * i;
-    std::memcpy(frame + width * channel, mono.data() + width * i, width);
-    if (width == 2) std::memcpy(frame + width * (1 - channel), &loud, 2);
-    else frame[1 - channel] = loud8;
-  }
-  return out;
-}
-
-inline std::vector<uint8_t> ReversedSamples(const std::vector<uint8_t> &s, size_t frameBytes) {
-  std::vector<uint8_t> out(s.size());
-  const size_t n = s.size() / frameBytes;
-  for (size_t i = 0; i < n; ++i) std::memcpy(&out[(n - 1 - i) * frameBytes], &s[i * frameBytes], frameBytes);
-  return out;
-}
-
 // The decoder's polarity test on any frame: p = (1 + ones among bits 0-63) mod 2; rejected when
 // bit 59 differs from p while bit 27 equals p.
 inline bool PassesPolarity(const uint8_t *b) {
@@ -90,30 +55,6 @@ inline bool PassesPolarity(const uint8_t *b) {
   for (int i = 0; i < 64; ++i) ones += (b[i / 8] >> (i % 8)) & 1;
   const int p = (1 + ones) % 2, bit27 = (b[3] >> 3) & 1, bit59 = (b[7] >> 3) & 1;
   return !(bit59 != p && bit27 == p);
-}
-
-// A frame reported new, and the chunk whose smpteDecode call reports it.
-struct Sighting {
-  size_t chunk;
-  uint32_t frame;
-  bool operator==(const Sighting &o) const { return chunk == o.chunk && frame == o.frame; }
-};
-
-// What the decoder must report new when `stream` is cut as DecodeInChunks cuts it: in each chunk,
-// the last accepted frame whose sync completes there. done[k] is the stream sample at which frame
-// k completes, or SIZE_MAX when it never does.
-inline std::vector<Sighting> ExpectedNew(const std::vector<size_t> &done, const std::vector<bool> &accepted,
-                                         size_t total, const std::vector<size_t> &chunks) {
-  std::vector<Sighting> out;
-  for (size_t at = 0, c = 0; at < total; ++c) {
-    const size_t end = std::min(at + chunks[c % chunks.size()], total);
-    long last = -1;
-    for (size_t k = 0; k < done.size(); ++k)
-      if (accepted[k] && done[k] >= at && done[k] < end && (last < 0 || done[k] > done[last])) last = long(k);
-    if (last >= 0) out.push_back({c, static_cast<uint32_t>(last)});
-    at = end;
-  }
-  return out;
 }
 
 struct Report {
@@ -140,18 +81,6 @@ inline std::vector<Report> DecodeInChunks(const std::vector<uint8_t> &stream, si
     at += n;
   }
   return reports;
-}
-
-// Reports from chunk `from` on whose time differs from the report before them.
-inline std::vector<Sighting> NewReports(const std::vector<Report> &all, size_t from, uint32_t firstFrame) {
-  std::vector<Sighting> out;
-  uint32_t previous = 0xFFFFFFFF;
-  for (size_t c = 0; c < all.size(); ++c) {
-    if (all[c].result != 0) continue;
-    if (c >= from && all[c].timecode != previous) out.push_back({c, all[c].timecode - firstFrame});
-    previous = all[c].timecode;
-  }
-  return out;
 }
 
 }  // namespace ltctest
