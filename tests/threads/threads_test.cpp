@@ -11,8 +11,6 @@
 #include "interleave_calls.h"
 #include "kvaudio/aes3.h"
 #include "kvaudio/avsync.h"
-#include "kvaudio/cadence.h"
-#include "kvaudio/format.h"
 #include "kvaudio/generator.h"
 #include "kvaudio/loudness.h"
 #include "kvaudio/peak.h"
@@ -124,19 +122,6 @@ const Family kFamilies[] = {
        const uint32_t made = KVAudioAVSyncPulseGenerate(buffer.data(), 900, 2, 16, 16000, 100 + t, 0);
        const uint32_t found = KVAudioAVSyncPulseDetect(buffer.data(), 900, 2, 16, 16000, &position, &score, 0.0);
        return Cat(made, found, position, score);
-     }},
-    {"FormatAndCadence", [](int t) {
-       Bytes out;
-       for (uint32_t frame = 0; frame < 60; ++frame) {
-         WAVEFORMATEX f{};
-         const uint32_t set = audSetFormat(frame % 2 ? 0x8000u : 0xA0000u, &f), update = audUpdateHeader(&f);
-         uint32_t samples = 0, bytes = 0, lo = 0, hi = 0;
-         audSamplesPerFrame48kHz(frame + t, 29, 4, &samples, &bytes);
-         audMinMaxSamplesPerFrame(&lo, &hi, 23 + frame % 40, 48000);
-         const Bytes b = Cat(set, update, f, audGetFormatType(&f), samples, bytes, lo, hi);
-         out.insert(out.end(), b.begin(), b.end());
-       }
-       return out;
      }},
     {"QcAnalyses", [](int t) {
        const auto pcm = Input<uint8_t>(4800 * 6 * 2, t);
