@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "kvaudio/qc.h"
@@ -52,14 +53,11 @@ TEST(QcAnalyze, RefusedArguments) {
   }
 }
 
+// Below target is judged only for a measured loudness.
 TEST(QcAnalyze, DigitalSilence) {
   const kvaudqcLoudness r = Loudness(std::vector<int16_t>(2 * 48000 * 4, 0), 2);
-  EXPECT_EQ(r.integrated, -200.0);
-  EXPECT_EQ(r.momentary, -200.0);
-  EXPECT_EQ(r.shortTerm, -200.0);
-  EXPECT_EQ(r.truePeak, -200.0);
-  EXPECT_EQ(r.range, 0.0);
-  EXPECT_EQ(r.violations, 0u);  // below target is judged only for a measured loudness
+  EXPECT_EQ(std::tie(r.integrated, r.momentary, r.shortTerm, r.truePeak, r.range, r.violations),
+            std::make_tuple(-200.0, -200.0, -200.0, -200.0, 0.0, 0u));
 }
 
 // The mean is over frames, not channels; weight-0 positions are skipped.
@@ -67,29 +65,26 @@ TEST(QcAnalyze, FullScaleSquareOnOneChannel) {
   std::vector<int16_t> stereo(2 * 4800, 0);
   for (size_t f = 0; f < 4800; ++f) stereo[2 * f] = f % 2 ? 32767 : -32767;
   const kvaudqcLoudness r = Loudness(stereo, 2);
-  const double ms = std::pow(32767.0 / 32768.0, 2);
-  EXPECT_NEAR(ms, 0.99993896, 1e-8);
-  EXPECT_DOUBLE_EQ(r.integrated, 10 * std::log10(ms) - 0.691);
-  EXPECT_NEAR(r.integrated, -0.6913, 1e-4);
-  EXPECT_EQ(r.layoutId, 0u);
-  EXPECT_EQ(r.channelMask, 3u);
+  EXPECT_DOUBLE_EQ(r.integrated, 20 * std::log10(32767.0 / 32768.0) - 0.691);
+  EXPECT_EQ(std::tie(r.layoutId, r.channelMask), std::make_tuple(0u, 3ull));
 
   std::vector<int16_t> six(6 * 4800, 0);
   for (size_t f = 0; f < 4800; ++f) six[6 * f + 3] = 32767;
   const kvaudqcLoudness lfe = Loudness(six, 6, "5.1-smpte");
-  EXPECT_EQ(lfe.layoutId, 3u);
-  EXPECT_EQ(lfe.integrated, -200.0);
+  EXPECT_EQ(std::tie(lfe.layoutId, lfe.integrated), std::make_tuple(3u, -200.0));
   EXPECT_NEAR(Loudness(six, 6, "unknown layout").integrated, -0.6913, 1e-4);
 }
 
 TEST(QcAnalyze, SingleFrameAndShortBuffers) {
   const kvaudqcLoudness one = Loudness({1000, -2000}, 2);
-  EXPECT_EQ(one.integrated, one.momentary);
-  EXPECT_EQ(one.integrated, one.shortTerm);
-  EXPECT_EQ(one.range, 0.0);
+  EXPECT_EQ(std::tie(one.momentary, one.shortTerm, one.range), std::make_tuple(one.integrated, one.integrated, 0.0));
   const kvaudqcLoudness noRate = Loudness(Tone(100, 1, 0.5), 1, nullptr, 1, 0);
-  EXPECT_EQ(noRate.integrated, noRate.momentary);
-  EXPECT_EQ(noRate.integrated, noRate.shortTerm);
+  EXPECT_EQ(std::tie(noRate.momentary, noRate.shortTerm), std::tie(noRate.integrated, noRate.integrated));
+}
+
+// Loudness of the frames [from, from + n) of pcm analysed on their own.
+double Part(const std::vector<int16_t> &pcm, size_t from, size_t n) {
+  return Loudness(std::vector<int16_t>(pcm.begin() + from, pcm.begin() + from + n), 1).integrated;
 }
 
 // Momentary is the last 400 ms, short-term the last 3 s.
@@ -98,11 +93,8 @@ TEST(QcAnalyze, TailWindows) {
   const std::vector<int16_t> loud = Tone(19200, 1, 0.5);
   std::copy(loud.begin(), loud.end(), pcm.end() - 19200);
   const kvaudqcLoudness r = Loudness(pcm, 1);
-  kvaudqcLayout flat{};
-  flat.weights[0] = 1.0;
-  const uint8_t *b = Bytes(pcm);
-  EXPECT_DOUBLE_EQ(r.momentary, kvaudio::qc::LoudnessForRange(b, 4 * 48000 - 19200, 19200, 1, 16, flat, 1));
-  EXPECT_DOUBLE_EQ(r.shortTerm, kvaudio::qc::LoudnessForRange(b, 48000, 3 * 48000, 1, 16, flat, 1));
+  EXPECT_NEAR(r.momentary, Part(pcm, 4 * 48000 - 19200, 19200), 1e-9);
+  EXPECT_NEAR(r.shortTerm, Part(pcm, 48000, 3 * 48000), 1e-9);
   EXPECT_NEAR(r.momentary, 20 * std::log10(0.5) - 3.0103 - 0.691, 0.01);
 }
 
@@ -114,26 +106,16 @@ TEST(QcAnalyze, BlockLengths) {
     pcm[frames - 1] = 30000;
     std::vector<double> blocks;
     const size_t block = frames == 144000 ? 19200 : 144000;
-    for (size_t start = 0; start < frames; start += block) {
-      const size_t n = std::min(block, frames - start);
-      double sum = 0;
-      for (size_t f = start; f < start + n; ++f) sum += std::pow(pcm[f] / 32768.0, 2);
-      blocks.push_back(10 * std::log10(sum / n) - 0.691);
-    }
-    EXPECT_EQ(blocks.size(), frames == 144000 ? 8u : 2u);
+    for (size_t start = 0; start < frames; start += block) blocks.push_back(Part(pcm, start, std::min(block, frames - start)));
     const double expected = kvaudio::qc::Percentile(blocks, 0.95) - kvaudio::qc::Percentile(blocks, 0.10);
     EXPECT_NEAR(Loudness(pcm, 1).range, expected, 1e-9) << frames;
   }
 }
 
 TEST(QcAnalyze, Percentile) {
-  using kvaudio::qc::Percentile;
-  EXPECT_EQ(Percentile({}, 0.5), 0.0);
-  EXPECT_EQ(Percentile({7}, 0.95), 7.0);
-  EXPECT_DOUBLE_EQ(Percentile({4, 1, 3, 2}, 0.5), 2.5);
-  EXPECT_DOUBLE_EQ(Percentile({10, 0}, 0.95), 9.5);
-  EXPECT_DOUBLE_EQ(Percentile({5, 1, 2, 3, 4}, 0.10), 1.4);
-  EXPECT_EQ(Percentile({5, 1, 2}, 1.0), 5.0);
+  const struct { std::vector<double> values; double p, expected; } cases[] = {
+      {{}, 0.5, 0}, {{7}, 0.95, 7}, {{4, 1, 3, 2}, 0.5, 2.5}, {{10, 0}, 0.95, 9.5}, {{5, 1, 2, 3, 4}, 0.10, 1.4}, {{5, 1, 2}, 1.0, 5}};
+  for (const auto &k : cases) EXPECT_DOUBLE_EQ(kvaudio::qc::Percentile(k.values, k.p), k.expected) << k.p;
 }
 
 // Each violation bit from a signal built for it (EBU R128: -23 +-1 LUFS, -1 dBTP, 20 LU range).
@@ -164,7 +146,6 @@ TEST(QcAnalyze, ViolationBits) {
     EXPECT_EQ(r.violations, c.bits) << c.name << ": integrated " << r.integrated << " peak " << r.truePeak
                                     << " range " << r.range;
     EXPECT_EQ(r.standard, c.standard);
-    EXPECT_GT(r.integrated, -200.0) << c.name;
   }
 }
 
@@ -172,21 +153,13 @@ TEST(QcTruePeak, MasksAndValues) {
   std::vector<int16_t> pcm = {100, -32768, -50, 16384, 25, 0};
   kvaudqcTruePeak p;
   ASSERT_EQ(kvqcAudioAnalyzeTruePeak(Bytes(pcm), 3, 2, 16, 44100, 0, &p), 0);
-  EXPECT_EQ(p.size, 560u);
-  EXPECT_EQ(p.sampleRate, 44100u);
-  EXPECT_EQ(p.channelMask, 3u);
+  EXPECT_EQ(std::tie(p.size, p.sampleRate, p.channelMask), std::make_tuple(560u, 44100u, 3ull));
   EXPECT_DOUBLE_EQ(p.peakLinear[0], 100 / 32768.0);
-  EXPECT_EQ(p.peakLinear[1], 1.0);
-  EXPECT_EQ(p.peakDb[1], 0.0);
-  EXPECT_EQ(p.maxPeakDb, 0.0);
-  EXPECT_EQ(p.peakDb[2], -200.0);
+  EXPECT_EQ(std::tie(p.peakLinear[1], p.peakDb[1], p.maxPeakDb, p.peakDb[2]), std::make_tuple(1.0, 0.0, 0.0, -200.0));
   for (uint8_t b : p.reserved) EXPECT_EQ(b, 0);
 
   ASSERT_EQ(kvqcAudioAnalyzeTruePeak(Bytes(pcm), 3, 2, 16, 48000, 2 | 0x100, &p), 0);
-  EXPECT_EQ(p.channelMask, 2u);
-  EXPECT_EQ(p.peakDb[0], -200.0);
-  EXPECT_EQ(p.peakLinear[0], 0.0);
-  EXPECT_EQ(p.peakDb[1], 0.0);
+  EXPECT_EQ(std::tie(p.channelMask, p.peakDb[0], p.peakLinear[0], p.peakDb[1]), std::make_tuple(2ull, -200.0, 0.0, 0.0));
 
   ASSERT_EQ(kvqcAudioAnalyzeTruePeak(Bytes(pcm), 1, 2, 16, 48000, 0, &p), 0);  // one frame: |s0|
   EXPECT_DOUBLE_EQ(p.peakLinear[0], 100 / 32768.0);
