@@ -16,40 +16,32 @@ const uint8_t *Bytes(const std::vector<int16_t> &v) { return reinterpret_cast<co
 kvaudqcLoudness Loudness(const std::vector<int16_t> &pcm, uint32_t channels, const char *layout = nullptr,
                          uint32_t standard = 1, uint32_t rate = 48000) {
   kvaudqcLoudness r;
-  EXPECT_EQ(kvqcAudioAnalyzeLoudness(Bytes(pcm), static_cast<uint32_t>(pcm.size() / channels), channels, 16, rate,
-                                     layout, standard, &r),
-            0);
+  const auto frames = static_cast<uint32_t>(pcm.size() / channels);
+  EXPECT_EQ(kvqcAudioAnalyzeLoudness(Bytes(pcm), frames, channels, 16, rate, layout, standard, &r), 0);
   EXPECT_EQ(r.size, 80u);
   return r;
 }
 
-// 1 kHz sine of the given peak amplitude on every channel, 48 kHz.
-std::vector<int16_t> Tone(size_t frames, uint32_t channels, double amplitude) {
-  std::vector<int16_t> v(frames * channels);
-  for (size_t f = 0; f < frames; ++f)
-    for (uint32_t c = 0; c < channels; ++c)
-      v[f * channels + c] = static_cast<int16_t>(std::lround(amplitude * 32767 * std::sin(2 * M_PI * 1000.0 * f / 48000)));
+// 1 kHz mono sine of the given peak amplitude, 48 kHz.
+std::vector<int16_t> Tone(size_t frames, double amplitude) {
+  std::vector<int16_t> v(frames);
+  for (size_t f = 0; f < frames; ++f) v[f] = static_cast<int16_t>(std::lround(amplitude * 32767 * std::sin(2 * M_PI * 1000.0 * f / 48000)));
   return v;
 }
 
 TEST(QcAnalyze, RefusedArguments) {
   const std::vector<int16_t> pcm(64, 100);
-  struct Case {
-    const uint8_t *pcm;
-    uint32_t frames, channels, bits;
-    bool out;
-  } cases[] = {{nullptr, 4, 2, 16, true}, {Bytes(pcm), 4, 2, 16, false}, {Bytes(pcm), 0, 2, 16, true},
+  struct { const uint8_t *pcm; uint32_t frames, channels, bits; bool out; } cases[] = {{nullptr, 4, 2, 16, true}, {Bytes(pcm), 4, 2, 16, false}, {Bytes(pcm), 0, 2, 16, true},
                {Bytes(pcm), 1, 0, 16, true}, {Bytes(pcm), 1, 33, 16, true}, {Bytes(pcm), 4, 2, 24, true},
                {Bytes(pcm), 4, 2, 8, true}};
-  for (const Case &c : cases) {
+  for (const auto &c : cases) {
     kvaudqcLoudness l;
     kvaudqcTruePeak p;
     std::memset(&l, 0x3C, sizeof l);
     std::memset(&p, 0x3C, sizeof p);
     EXPECT_EQ(kvqcAudioAnalyzeLoudness(c.pcm, c.frames, c.channels, c.bits, 48000, "", 1, c.out ? &l : nullptr), KVQC_ERROR);
     EXPECT_EQ(kvqcAudioAnalyzeTruePeak(c.pcm, c.frames, c.channels, c.bits, 48000, 0, c.out ? &p : nullptr), KVQC_ERROR);
-    EXPECT_EQ(l.size, 0x3C3C3C3Cu);
-    EXPECT_EQ(p.size, 0x3C3C3C3Cu);
+    EXPECT_EQ(std::tie(l.size, p.size), std::make_tuple(0x3C3C3C3Cu, 0x3C3C3C3Cu));
   }
 }
 
@@ -78,7 +70,7 @@ TEST(QcAnalyze, FullScaleSquareOnOneChannel) {
 TEST(QcAnalyze, SingleFrameAndShortBuffers) {
   const kvaudqcLoudness one = Loudness({1000, -2000}, 2);
   EXPECT_EQ(std::tie(one.momentary, one.shortTerm, one.range), std::make_tuple(one.integrated, one.integrated, 0.0));
-  const kvaudqcLoudness noRate = Loudness(Tone(100, 1, 0.5), 1, nullptr, 1, 0);
+  const kvaudqcLoudness noRate = Loudness(Tone(100, 0.5), 1, nullptr, 1, 0);
   EXPECT_EQ(std::tie(noRate.momentary, noRate.shortTerm), std::tie(noRate.integrated, noRate.integrated));
 }
 
@@ -89,8 +81,8 @@ double Part(const std::vector<int16_t> &pcm, size_t from, size_t n) {
 
 // Momentary is the last 400 ms, short-term the last 3 s.
 TEST(QcAnalyze, TailWindows) {
-  std::vector<int16_t> pcm = Tone(4 * 48000, 1, 0.01);
-  const std::vector<int16_t> loud = Tone(19200, 1, 0.5);
+  std::vector<int16_t> pcm = Tone(4 * 48000, 0.01);
+  const std::vector<int16_t> loud = Tone(19200, 0.5);
   std::copy(loud.begin(), loud.end(), pcm.end() - 19200);
   const kvaudqcLoudness r = Loudness(pcm, 1);
   EXPECT_NEAR(r.momentary, Part(pcm, 4 * 48000 - 19200, 19200), 1e-9);
@@ -122,30 +114,22 @@ TEST(QcAnalyze, Percentile) {
 TEST(QcAnalyze, ViolationBits) {
   // A sine of peak a has loudness 20 log10(a) - 3.01 - 0.691 here: -23 LUFS at a = 0.0995.
   const double onTarget = std::pow(10.0, (-23.0 + 0.691 + 3.0103) / 20.0);
-  std::vector<int16_t> spike = Tone(48000 * 4, 1, onTarget);
+  std::vector<int16_t> spike = Tone(48000 * 4, onTarget);
   spike[1000] = 32767;
-  std::vector<int16_t> wide = Tone(48000 * 12, 1, onTarget * 3);
+  std::vector<int16_t> wide = Tone(48000 * 12, onTarget * 3);
   for (size_t f = 48000 * 6; f < wide.size(); ++f) wide[f] = static_cast<int16_t>(wide[f] / 100);
-  struct Case {
-    const char *name;
-    std::vector<int16_t> pcm;
-    uint32_t standard, bits;
-  } cases[] = {
-      {"on target", Tone(48000 * 4, 1, onTarget), 1, 0},
-      {"too quiet", Tone(48000 * 4, 1, onTarget / 2), 1, 1},
-      {"too loud", Tone(48000 * 4, 1, onTarget * 2), 1, 2},
-      {"peak", spike, 1, 4},
-      {"range", wide, 1, 8 | 2},
-      {"ATSC window", Tone(48000 * 4, 1, onTarget), 2, 0},  // -24 +-2: -23 is inside
-      {"unknown standard", Tone(48000 * 4, 1, 0.9), 8, 0},
-      {"no tolerance", Tone(48000 * 4, 1, 0.9), 100, 0},
-      {"loud and peaky", Tone(48000 * 4, 1, 1.0), 1, 2 | 4},
+  const auto steady = [](double a) { return Tone(48000 * 4, a); };
+  struct { const char *name; std::vector<int16_t> pcm; uint32_t standard, bits; } cases[] = {
+      {"on target", steady(onTarget), 1, 0}, {"too quiet", steady(onTarget / 2), 1, 1},
+      {"too loud", steady(onTarget * 2), 1, 2}, {"peak", spike, 1, 4}, {"range", wide, 1, 8 | 2},
+      {"ATSC window", steady(onTarget), 2, 0},  // -24 +-2: -23 is inside
+      {"unknown standard", steady(0.9), 8, 0}, {"no tolerance", steady(0.9), 100, 0},
+      {"loud and peaky", steady(1.0), 1, 2 | 4},
   };
-  for (const Case &c : cases) {
+  for (const auto &c : cases) {
     const kvaudqcLoudness r = Loudness(c.pcm, 1, nullptr, c.standard);
-    EXPECT_EQ(r.violations, c.bits) << c.name << ": integrated " << r.integrated << " peak " << r.truePeak
-                                    << " range " << r.range;
-    EXPECT_EQ(r.standard, c.standard);
+    EXPECT_EQ(std::tie(r.violations, r.standard), std::tie(c.bits, c.standard))
+        << c.name << ": integrated " << r.integrated << " peak " << r.truePeak << " range " << r.range;
   }
 }
 
