@@ -37,14 +37,9 @@ TEST(QcConfig, ZeroRecordDefaults) {
 
 TEST(QcConfig, CallerValuesSurviveAndRecordIsNotWritten) {
   kvaudqcConfig in{};
-  in.sampleRate = 44100;
-  in.flags = 64;  // standard 1 by default
-  in.limits[1] = -50.0;
-  in.limits[4] = -16.0;
-  in.ruleSettings[5] = 7;
-  in.reservedA[1] = 0xABCD;
-  in.reservedB = 9;
-  in.reservedC = 2.5;
+  in.sampleRate = 44100, in.flags = 64;  // flags bit 6: standard 1
+  in.limits[1] = -50.0, in.limits[4] = -16.0, in.ruleSettings[5] = 7;
+  in.reservedA[1] = 0xABCD, in.reservedB = 9, in.reservedC = 2.5;
   const kvaudqcConfig before = in;
   const kvaudqcConfig c = Opened(&in);
   EXPECT_EQ(0, std::memcmp(&in, &before, sizeof in));
@@ -60,8 +55,7 @@ TEST(QcConfig, StandardAndTruePeakFlags) {
       {64, 0, -1.0, -23.0}, {32, 0, -1.0, 0.0}, {15, 5, -2.0, -24.0}, {32 | 15, 100, -1.0, 0.0}, {15, 8, 0.0, 0.0}};
   for (const auto &k : cases) {
     kvaudqcConfig in{};
-    in.flags = k.flags;
-    in.standard = k.standard;
+    in.flags = k.flags, in.standard = k.standard;
     const kvaudqcConfig c = Opened(&in);
     EXPECT_EQ(std::tie(c.limits[3], c.limits[4]), std::tie(k.tp, k.target)) << k.flags << "/" << k.standard;
   }
@@ -90,15 +84,11 @@ TEST(QcConfig, ChannelAndLoudnessMasks) {
   };
   for (const auto &k : cases) {
     kvaudqcConfig in{};
-    in.channels = k.channels;
     std::strcpy(in.layoutName, k.layoutName);
-    in.layoutId = k.layoutId;
-    in.channelMask = k.channelMask;
     std::strcpy(in.loudnessLayoutName, k.loudnessName);
-    in.loudnessLayoutId = k.loudnessId;
-    in.loudnessAllChannels = k.allChannels;
-    in.loudnessMask2 = k.loudnessMask2;
-    in.checkMask = k.checkMask;
+    in.channels = k.channels, in.layoutId = k.layoutId, in.channelMask = k.channelMask;
+    in.loudnessLayoutId = k.loudnessId, in.loudnessAllChannels = k.allChannels;
+    in.loudnessMask2 = k.loudnessMask2, in.checkMask = k.checkMask;
     const kvaudqcConfig c = Opened(&in);
     EXPECT_EQ(std::tie(c.layoutId, c.channelMask, c.loudnessLayoutId, c.loudnessMask, c.loudnessMask2, c.checkMask),
               std::tie(k.outLayoutId, k.outMask, k.outLoudnessId, k.outLoudness, k.outLoudness2, k.outCheck))
@@ -114,10 +104,9 @@ TEST(QcConfig, ChannelAndLoudnessMasks) {
 
 TEST(QcStandards, Table) {
   struct { uint32_t standard; int32_t result; double target, tolerance, tp, range; } cases[] = {
-      {0, 0, 0, 0, 0, 0},      {1, 0, -23, 1, -1, 20}, {2, 0, -24, 2, -2, 0}, {3, 0, -24, 2, -2, 0},
-      {4, 0, -24, 2, -2, 0},   {5, 0, -24, 1, -2, 0},  {6, 0, -24, 1, -1, 0}, {7, 0, -24, 1, -1, 0},
-      {8, -1, 0, 0, 0, 0},     {99, -1, 0, 0, 0, 0},   {100, 0, 0, 0, 0, 0},  {101, -1, 0, 0, 0, 0},
-  };
+      {0, 0, 0, 0, 0, 0},    {1, 0, -23, 1, -1, 20}, {2, 0, -24, 2, -2, 0}, {3, 0, -24, 2, -2, 0}, {4, 0, -24, 2, -2, 0},
+      {5, 0, -24, 1, -2, 0}, {6, 0, -24, 1, -1, 0},  {7, 0, -24, 1, -1, 0}, {8, -1, 0, 0, 0, 0},    {99, -1, 0, 0, 0, 0},
+      {100, 0, 0, 0, 0, 0},  {101, -1, 0, 0, 0, 0}};
   for (const auto &k : cases) {
     kvaudqcTargets t;
     std::memset(&t, 0x5A, sizeof t);
@@ -176,11 +165,10 @@ TEST(QcLayouts, EverySpelling) {
 }
 
 TEST(QcLayouts, UnknownNamesLeaveRecordUntouched) {
-  for (const char *name : {"stereo9", "stereo0", "stereo", "Stereo Pair 9", "5.1-DTS -   L R Ls Rs C Lfe", "5.1 ",
-                           "5.", "7.2"}) {
-    kvaudqcLayout l;
+  for (const char *name : {"stereo9", "stereo0", "stereo", "Stereo Pair 9", "5.1-DTS -   L R Ls Rs C Lfe", "5.1 ", "5.", "7.2"}) {
+    kvaudqcLayout l, before;
     std::memset(&l, 0x77, sizeof l);
-    const kvaudqcLayout before = l;
+    std::memset(&before, 0x77, sizeof before);
     EXPECT_EQ(kvqcAudioLayoutFromName(name, &l), KVQC_ERROR) << name;
     EXPECT_EQ(0, std::memcmp(&l, &before, sizeof l)) << name;
   }

@@ -28,13 +28,8 @@ struct Engine {
     for (size_t i = 0; i < pattern.size(); ++i) {
       e->positionA = first + i;
       e->positionB = (first + i) * kFrameSamples;
-      RuleFrame f{};
-      f.active = pattern[i] == '#';
-      f.channelMask = f.active ? uint64_t{1} << (i % 3) : 0;
-      f.value = static_cast<double>(i);
-      f.reference = 100.0;
-      f.auxA = -50.0 + static_cast<double>(i);
-      f.auxB = -300.0;
+      const bool on = pattern[i] == '#';
+      const RuleFrame f{on, on ? uint64_t{1} << (i % 3) : 0, 0, 0, double(i), 100.0, -50.0 + double(i), -300.0};
       e->UpdateTracker(rule, e->Tracker(rule), f, minFrames, kFrameSamples, &d);
     }
     return d;
@@ -89,8 +84,7 @@ TEST(RuleTracker, RunMaximaMasksAndRatio) {
   EXPECT_EQ(std::tie(e.maxValue, e.reference, e.maxAuxA, e.maxAuxB), std::make_tuple(4.0, 100.0, -46.0, -200.0));
   EXPECT_DOUBLE_EQ(e.ratio, 0.04);
   // Negative values leave the maximum at 0.
-  RuleFrame f{};
-  f.active = 1, f.value = -5.0, f.reference = -10.0;
+  RuleFrame f{1, 0, 0, 0, -5.0, -10.0, 0, 0};
   for (int i = 0; i < 2; ++i) en.e->UpdateTracker(3, en.e->Tracker(3), f, 1, 10, nullptr);
   f.active = 0;
   en.e->UpdateTracker(3, en.e->Tracker(3), f, 1, 10, nullptr);
@@ -119,8 +113,7 @@ TEST(RuleTracker, DetectState) {
     EXPECT_EQ(std::tie(d.channelMask, d.value, d.reference), std::make_tuple(run ? 1ull : 0ull, 0.0, 100.0));
   }
   // runSamples clamps at 32 bits; info passes through.
-  RuleFrame f{};
-  f.active = 1, f.info = 42;
+  const RuleFrame f{1, 0, 0, 42, 0, 0, 0, 0};
   kvaudqcDetect d{};
   for (int i = 0; i < 2; ++i) en.e->UpdateTracker(9, en.e->Tracker(9), f, 1, 3000000000ull, &d);
   EXPECT_EQ(std::tie(d.runSamples, d.info), std::make_tuple(0xFFFFFFFFu, 42ull));
