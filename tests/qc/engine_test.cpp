@@ -272,6 +272,8 @@ TEST(EngineRun, CadenceMovesTheSamplePosition) {
     position += cadence[i % 5];
   }
   EXPECT_EQ(run.report.samples, position);
+  // The default window spans the last 30 frames, the five silent ones among them.
+  EXPECT_EQ(std::tie(run.records.back().detect[0].windowFill, run.records.back().detect[0].windowCount), std::make_tuple(30u, 5u));
   const auto silence = OfRule(run, 1);  // from four whole cadences and two frames, one cadence long
   ASSERT_EQ(silence.size(), 1u);
   EXPECT_EQ(std::tie(silence[0].startB, silence[0].samples, silence[0].endB),
