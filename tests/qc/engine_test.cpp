@@ -137,7 +137,8 @@ const Case kCases[] = {
     {"ProgrammeSilence", 1, 10, 3, Scale(0.012, 0.012), Scale(0.016, 0.016)},
     {"ChannelSilence", 2, 10, 3, Scale(1, 0.012), Scale(1, 0.016)},
     {"Clipping", 3, 10, 1, SetLeft(100, 2, 1.0), SetLeft(100, 1, 1.0), kNone, 40, 0, 25},
-    {"PhaseInversion", 4, 10, 3, RightFromLeft(-1.0), RightFromLeft(-0.05), kNone, 40, 0, 27},
+    {"PhaseInversion", 4, 10, 3, RightFromLeft(-0.3, 0.954), RightFromLeft(-0.2, 0.98), kNone, 40, 0, 27},  // correlation
+    {"PhaseInversionLevel", 4, 10, 3, RightFromLeft(-1.0), RightFromLeft(-0.05), kNone, 40, 0, 27},
     {"LoudnessTarget", 5, 200, 100, Scale(4, 4), Scale(1.12, 1.12),
      [](kvaudqcConfig &c) { c.limits[4] = -20.0, c.limits[5] = 2.0; }, 500, 75},
     {"TruePeak", 6, 10, 1, SetLeft(100, 1, 0.9), SetLeft(100, 1, 0.88), kTruePeak},
