@@ -1,0 +1,371 @@
+// QC engine runs on a synthetic programme (a clean stereo tone per video frame with faults written
+// into chosen frames): per rule a fault that raises exactly one event where it is and a near miss
+// that raises none, the enabling bits, a ten-minute clip, frame cadence and records, reset, and
+// bad arguments.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <set>
+#include <tuple>
+#include <vector>
+
+#include "kvaudio/qc.h"
+
+namespace {
+
+constexpr uint32_t kFrame = 1920;  // 48 kHz at 25 fps
+
+struct Frame { std::vector<double> l, r; };  // full-scale units
+
+// 1000 Hz left, 1500 Hz right at -20 dBFS peak: uncorrelated over every 25 fps frame, and every
+// frame (at most kFrame long) starts at phase 0.
+Frame CleanFrame(uint32_t n) {
+  static const Frame tone = [] {
+    Frame f{std::vector<double>(kFrame), std::vector<double>(kFrame)};
+    for (uint32_t i = 0; i < kFrame; ++i) f.l[i] = 0.1 * std::sin(2 * M_PI * i / 48.0), f.r[i] = 0.1 * std::sin(2 * M_PI * i / 32.0);
+    return f;
+  }();
+  return {{tone.l.begin(), tone.l.begin() + n}, {tone.r.begin(), tone.r.begin() + n}};
+}
+
+// Interleaved 16-bit samples, or the same samples left-justified in 32 bits.
+std::vector<uint8_t> Pcm(const Frame &f, bool wide) {
+  std::vector<uint8_t> out;
+  for (size_t i = 0; i < f.l.size(); ++i)
+    for (double x : {f.l[i], f.r[i]}) {
+      const auto s16 = static_cast<int16_t>(std::lround(std::fmin(x * 32768.0, 32767.0)));
+      const auto s32 = static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(s16)) << 16);
+      const auto *bytes = wide ? reinterpret_cast<const uint8_t *>(&s32) : reinterpret_cast<const uint8_t *>(&s16);
+      out.insert(out.end(), bytes, bytes + (wide ? 4 : 2));
+    }
+  return out;
+}
+
+// A change to frame k of a fault (k counted from the fault's first frame, or from the clip's).
+using Change = std::function<void(uint64_t k, Frame &f)>;
+
+Change Scale(double left, double right) {
+  return [=](uint64_t, Frame &f) { for (size_t i = 0; i < f.l.size(); ++i) f.l[i] *= left, f.r[i] *= right; };
+}
+Change AddLeft(std::vector<size_t> at, double delta) {
+  return [=](uint64_t, Frame &f) { for (size_t i : at) f.l[i] += delta; };
+}
+Change SetLeft(size_t from, size_t count, double value) {
+  return [=](uint64_t, Frame &f) { std::fill(f.l.begin() + from, f.l.begin() + from + count, value); };
+}
+Change RightFromLeft(double gain, double ownGain = 0.0) {
+  return [=](uint64_t, Frame &f) { for (size_t i = 0; i < f.l.size(); ++i) f.r[i] = gain * f.l[i] + ownGain * f.r[i]; };
+}
+// A 12 kHz tone of peak `peak` whose samples sit at 45 degrees, 3 dB under its peak.
+Change QuarterRateTone(double peak) {
+  return [=](uint64_t, Frame &f) { for (size_t i = 0; i < f.l.size(); ++i) f.l[i] = peak * std::sin(M_PI / 2 * double(i) + M_PI / 4); };
+}
+Change Dc(double offset) {
+  return [=](uint64_t, Frame &f) { for (double &x : f.l) x += offset; };
+}
+// Every other 5 s both channels take `gain`.
+Change Alternate(double gain) {
+  return [=](uint64_t k, Frame &f) { if (k / 125 % 2 == 0) Scale(gain, gain)(k, f); };
+}
+
+struct Outcome {
+  std::vector<kvaudqcEvent> events;
+  std::vector<kvaudqcFrameAnalyze> records;  // when asked for
+  kvaudqcReport report{};
+};
+
+// Feeds frames 0 .. frames-1 of length lengths[i % lengths.size()] changed by `fault`, finishes
+// and reads the events.
+Outcome Feed(kvqcAudioEngine *e, uint64_t frames, const Change &fault, bool keepRecords = false,
+             const std::vector<uint32_t> &lengths = {kFrame}, bool wide = false) {
+  Outcome run;
+  kvaudqcFrameAnalyze rec;
+  uint32_t count = 0, copied = 0;
+  for (uint64_t i = 0; i < frames; ++i) {
+    Frame f = CleanFrame(lengths[i % lengths.size()]);
+    fault(i, f);
+    EXPECT_EQ(kvqcAudioFrame(e, Pcm(f, wide).data(), static_cast<uint32_t>(f.l.size()), &rec), 0);
+    if (keepRecords) run.records.push_back(rec);
+  }
+  EXPECT_EQ(kvqcAudioFinish(e, &run.report), 0);
+  EXPECT_EQ(kvqcAudioGetEventCount(e, &count), 0);
+  run.events.resize(count);
+  EXPECT_EQ(kvqcAudioGetEvents(e, 0, count, run.events.data(), &copied), 0);
+  EXPECT_EQ(copied, count);
+  return run;
+}
+
+Outcome Analyse(const kvaudqcConfig &config, uint64_t frames, const Change &fault, bool keepRecords = false,
+                const std::vector<uint32_t> &lengths = {kFrame}) {
+  kvqcAudioEngine *e = kvqcAudioOpen(&config);
+  Outcome run = Feed(e, frames, fault, keepRecords, lengths, config.bitsPerSample == 32);
+  kvqcAudioClose(e);
+  return run;
+}
+
+std::vector<kvaudqcEvent> OfRule(const Outcome &run, uint32_t rule) {
+  std::vector<kvaudqcEvent> out;
+  std::copy_if(run.events.begin(), run.events.end(), std::back_inserter(out), [&](const auto &e) { return e.rule == rule; });
+  return out;
+}
+
+struct Case {
+  const char *name;
+  uint32_t rule;
+  uint64_t first, count;  // frames of the fault
+  Change hit, miss;
+  std::function<void(kvaudqcConfig &)> setup = [](kvaudqcConfig &) {};
+  uint64_t total = 40;  // frames in the clip
+  uint64_t lag = 0;     // 0: exact; else a reading over a window: start and end up to lag frames late
+  uint64_t tail = 0;    // frames a bridged rule's event runs on past the fault (to the clip's end)
+
+  Outcome Run(const Change &change, uint32_t bits = 16) const {
+    kvaudqcConfig config{};
+    config.bitsPerSample = bits;
+    setup(config);
+    return Analyse(config, total, [&](uint64_t i, Frame &f) { if (i >= first && i < first + count) change(i - first, f); });
+  }
+};
+
+const auto kNone = [](kvaudqcConfig &) {};
+const auto kTruePeak = [](kvaudqcConfig &c) { c.flags = 15 | 32; };
+// Hits and near misses sit just either side of the default limits; a fault of 3 frames is the shortest run
+// most rules report.
+const Case kCases[] = {
+    {"ProgrammeSilence", 1, 10, 3, Scale(0.012, 0.012), Scale(0.016, 0.016)},
+    {"ChannelSilence", 2, 10, 3, Scale(1, 0.012), Scale(1, 0.016)},
+    {"Clipping", 3, 10, 1, SetLeft(100, 2, 1.0), SetLeft(100, 1, 1.0), kNone, 40, 0, 25},
+    {"PhaseInversion", 4, 10, 3, RightFromLeft(-0.3, 0.954), RightFromLeft(-0.2, 0.98), kNone, 40, 0, 27},  // correlation
+    {"PhaseInversionLevel", 4, 10, 3, RightFromLeft(-1.0), RightFromLeft(-0.05), kNone, 40, 0, 27},
+    {"LoudnessTarget", 5, 200, 100, Scale(4, 4), Scale(1.12, 1.12),
+     [](kvaudqcConfig &c) { c.limits[4] = -20.0, c.limits[5] = 2.0; }, 500, 75},
+    {"TruePeak", 6, 10, 1, SetLeft(100, 1, 0.9), SetLeft(100, 1, 0.88), kTruePeak},
+    {"TruePeakBetweenSamples", 6, 10, 5, QuarterRateTone(0.95), QuarterRateTone(0.75), kTruePeak, 40, 1},
+    {"MomentaryMax", 7, 200, 100, Scale(4, 4), Scale(1.41, 1.41), [](kvaudqcConfig &c) { c.limits[7] = -15.0; }, 500, 75},
+    {"ShortTermMax", 8, 200, 100, Scale(4, 4), Scale(1.41, 1.41), [](kvaudqcConfig &c) { c.limits[8] = -15.0; }, 500, 75},
+    // A single-sample step of a makes second differences a, -2a, a.
+    {"Click", 9, 10, 1, AddLeft({200}, 0.39), AddLeft({200}, 0.36)},
+    {"Crackle", 10, 10, 1, AddLeft({100, 300, 500}, 0.6), AddLeft({100, 300}, 0.6)},
+    {"LevelImbalance", 11, 10, 3, Scale(1, 0.48), Scale(1, 0.52)},
+    {"DcOffset", 12, 10, 1, Dc(0.21), Dc(0.19)},
+    {"Dropout", 13, 10, 1, SetLeft(500, 16, 0.0), SetLeft(500, 15, 0.0)},
+    {"DropoutToNoise", 13, 10, 1, Scale(1e-5, 1), Scale(0.01, 1)},  // to -120 dBFS, not to -60
+    {"DualMono", 14, 10, 3, RightFromLeft(1.0), RightFromLeft(0.9, 0.3), kNone, 40, 0, 27},
+    {"LowLevel", 15, 10, 3, Scale(0.13, 0.13), Scale(0.15, 0.15)},
+    {"NearClip", 16, 10, 1, SetLeft(100, 1, 0.95), SetLeft(100, 1, 0.94)},
+    {"MissingChannel", 17, 10, 3, Scale(1, 0.012), Scale(1, 0.016), kNone, 40, 0, 27},
+    {"LoudnessRange", 18, 250, 500, Alternate(0.1), Alternate(0.8), [](kvaudqcConfig &c) { c.limits[6] = 5.0; }, 750, 150},
+};
+
+class EngineRule : public ::testing::TestWithParam<Case> {};
+
+TEST_P(EngineRule, FaultRaisesOneEventWhereItIs) {
+  const Case &c = GetParam();
+  const Outcome run = c.Run(c.hit);
+  const auto events = OfRule(run, c.rule);
+  ASSERT_EQ(events.size(), 1u);
+  const kvaudqcEvent &e = events[0];
+  EXPECT_EQ(std::tie(e.frames, e.samples, e.startB, e.endB),
+            std::make_tuple(e.endA - e.startA + 1, e.endB - e.startB, e.startA * kFrame, (e.endA + 1) * kFrame));
+  EXPECT_GT(e.channelMask, 0u);
+  const uint64_t end = c.first + c.count + c.tail;  // one past the event's last frame, up to lag frames late
+  EXPECT_GE(e.startA, c.first);
+  EXPECT_LE(e.startA, c.first + c.lag);
+  EXPECT_GE(e.endA + 1, std::min(end, c.total));
+  EXPECT_LE(e.endA + 1, std::min(end + c.lag, c.total));
+  EXPECT_EQ(std::tie(run.report.eventsPerRule[c.rule - 1], run.report.passed), std::make_tuple(1u, 0u));
+  // The same audio left-justified in 32 bits gives the same events, byte for byte.
+  const Outcome wide = c.Run(c.hit, 32);
+  ASSERT_EQ(wide.events.size(), run.events.size());
+  EXPECT_EQ(0, std::memcmp(wide.events.data(), run.events.data(), run.events.size() * sizeof(kvaudqcEvent)));
+}
+
+TEST_P(EngineRule, NearMissRaisesNone) {
+  const Case &c = GetParam();
+  EXPECT_TRUE(OfRule(c.Run(c.miss), c.rule).empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EngineRule, ::testing::ValuesIn(kCases),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+// flags bit 0: rule 1; bit 1: channel and level rules; bit 3: sample-error rules; reservedA[0]
+// narrows to single rules.
+TEST(EngineRule, FlagsAndRuleMaskSelectRules) {
+  const Change faults = [](uint64_t i, Frame &f) {
+    if (i >= 10 && i < 20) Scale(0, 0)(0, f);  // programme silence, its start a dropout
+    if (i == 30) AddLeft({200}, 0.78)(0, f);
+  };
+  // Rule r is bit r-1: channel and level rules 2 4 11 12 14 15 17, loudness rules 5 6 7 8 18, sample-error
+  // rules 3 9 10 13 16.
+  const uint32_t level = 0x16C0A, loudness = 0x200F0, samples = 0x9304;
+  struct {
+    uint32_t flags, mask;
+    std::set<uint32_t> rules;  // rules with events
+    uint32_t enabled;          // rules whose detect record is live
+  } cases[] = {{15, 0, {1, 9, 13}, 0x3FFFF}, {1, 0, {1}, 1},          {8, 0, {9, 13}, samples},
+               {15, 1u << 8, {9}, 1u << 8}, {6, 0, {}, level | loudness}, {2, 1, {}, 0}};
+  for (const auto &c : cases) {
+    kvaudqcConfig config{};
+    config.flags = c.flags;
+    config.reservedA[0] = c.mask;
+    const Outcome run = Analyse(config, 40, faults, true);
+    std::set<uint32_t> rules;
+    uint32_t live = 0;
+    for (const kvaudqcEvent &e : run.events) rules.insert(e.rule);
+    for (uint32_t r = 1; r <= 18; ++r) live |= (run.records.back().detect[r - 1].state != 0) << (r - 1);
+    EXPECT_EQ(std::tie(rules, live), std::tie(c.rules, c.enabled)) << "flags " << c.flags << " mask " << c.mask;
+  }
+}
+
+// One fault per listed frame of a 25 fps stereo programme.
+void TenMinuteFaults(uint64_t i, Frame &f) {
+  const auto in = [i](uint64_t from, uint64_t n) { return i >= from && i < from + n; };
+  if (in(1000, 50)) Scale(0, 0)(i, f);                      // programme silence
+  if (in(2000, 10)) Scale(1, 0)(i, f);                      // right channel gone
+  if (i == 3000) SetLeft(100, 5, 1.0)(i, f);                // clipped run
+  if (in(4000, 5)) RightFromLeft(-1.0)(i, f);               // phase inverted
+  if (i == 5000) AddLeft({200}, 0.78)(i, f);                // click
+  if (i == 6000) AddLeft({100, 300, 500, 700}, 0.6)(i, f);  // crackle
+  if (in(7000, 5)) Scale(1, 0.316)(i, f);                   // 10 dB imbalance
+  if (i == 8000) Dc(0.25)(i, f);                            // DC
+  if (i == 9000) SetLeft(500, 30, 0.0)(i, f);               // dropout
+  if (in(10000, 10)) RightFromLeft(1.0)(i, f);              // dual mono
+  if (in(11000, 5)) Scale(0.05, 0.05)(i, f);                // low level
+  if (i == 12000) AddLeft({300, 301}, 0.85)(i, f);          // near clip
+  if (in(13000, 5)) Scale(1, 0.005)(i, f);                  // right channel missing
+}
+TEST(EngineRun, TenMinuteClipYieldsTheInjectedFaults) {
+  kvaudqcConfig config{};
+  config.flags = 15 | 32;  // every group; true-peak maximum -1 dBTP
+  const Outcome run = Analyse(config, 15000, TenMinuteFaults);
+  // (rule, first frame, frames), in the order the runs close. A cut to digital silence is also a
+  // dropout; clipping, phase inversion, dual mono and a missing channel bridge 25 or 50 frames
+  // past the fault; each crackle impulse stands alone, so it is a click too.
+  const std::tuple<uint32_t, uint64_t, uint32_t> expected[] = {
+      {13, 1000, 1},  {1, 1000, 50},  {13, 2000, 1},  {2, 2000, 10},   {17, 2000, 60},  {6, 3000, 1},
+      {16, 3000, 1},  {3, 3000, 26},  {4, 4000, 55},  {9, 5000, 1},    {9, 6000, 1},    {10, 6000, 1},
+      {11, 7000, 5},  {12, 8000, 1},  {13, 9000, 1},  {14, 10000, 60}, {15, 11000, 5},  {6, 12000, 1},
+      {9, 12000, 1},  {16, 12000, 1}, {2, 13000, 5},  {17, 13000, 55},
+  };
+  ASSERT_EQ(run.events.size(), std::size(expected));
+  for (size_t i = 0; i < run.events.size(); ++i) {
+    const kvaudqcEvent &e = run.events[i];
+    const auto [rule, first, frames] = expected[i];
+    EXPECT_EQ(std::tie(e.rule, e.startA, e.frames, e.startB, e.endB),
+              std::make_tuple(rule, first, frames, first * kFrame, (first + frames) * kFrame)) << "event " << i;
+  }
+  // The clipped run is above -1 dBTP: violation bit 2.
+  const kvaudqcReport &r = run.report;
+  EXPECT_EQ(std::tie(r.frames, r.samples, r.totalEvents, r.eventsPerRule[8], r.violations, r.passed),
+            std::make_tuple(15000ull, 15000ull * kFrame, uint32_t{std::size(expected)}, 3u, 4u, 0u));
+}
+
+// Counter B advances by each frame's own length: the 29.97 fps cadence 1602, 1601, ...
+TEST(EngineRun, CadenceMovesTheSamplePosition) {
+  const std::vector<uint32_t> cadence = {1602, 1601, 1602, 1601, 1602};
+  const Outcome run = Analyse(kvaudqcConfig{}, 40, [](uint64_t i, Frame &f) { if (i >= 22 && i < 27) Scale(0, 0)(i, f); },
+                              true, cadence);
+  uint64_t position = 0;
+  for (size_t i = 0; i < run.records.size(); ++i) {
+    EXPECT_EQ(std::tie(run.records[i].frameIndex, run.records[i].samplePosition), std::tie(i, position));
+    position += cadence[i % 5];
+  }
+  EXPECT_EQ(run.report.samples, position);
+  // The default window spans the last 30 frames, the five silent ones among them.
+  EXPECT_EQ(std::tie(run.records.back().detect[0].windowFill, run.records.back().detect[0].windowCount), std::make_tuple(30u, 5u));
+  const auto silence = OfRule(run, 1);  // from four whole cadences and two frames, one cadence long
+  ASSERT_EQ(silence.size(), 1u);
+  EXPECT_EQ(std::tie(silence[0].startB, silence[0].samples, silence[0].endB),
+            std::make_tuple(4ull * 8008 + 1602 + 1601, 8008ull, 5ull * 8008 + 1602 + 1601));
+}
+
+// Levels, counters and live rule state of one frame record.
+TEST(EngineRun, FrameRecordCarriesLevelsAndRuleState) {
+  kvaudqcConfig config{};
+  config.channels = 4;
+  config.checkMask = 0b0111;
+  std::vector<int16_t> pcm(4 * kFrame, 0);
+  for (uint32_t i = 0; i < kFrame; ++i) pcm[4 * i] = pcm[4 * i + 3] = (i / 48) % 2 ? 16384 : -16384;  // square, -6 dBFS
+  kvqcAudioEngine *e = kvqcAudioOpen(&config);
+  kvaudqcFrameAnalyze rec;
+  for (int i = 0; i < 12; ++i) ASSERT_EQ(kvqcAudioFrame(e, pcm.data(), kFrame, &rec), 0);
+  EXPECT_EQ(std::tie(rec.size, rec.channels, rec.samples), std::make_tuple(1856u, 4u, kFrame));
+  EXPECT_NEAR(rec.peakDb[0], -6.0206, 1e-4);
+  EXPECT_EQ(rec.rmsDb[0], rec.peakDb[0]);
+  // Channel 1 is checked and silent, channel 3 not checked; 480 ms in: a momentary reading, no short-term yet.
+  EXPECT_EQ(std::tie(rec.peakDb[1], rec.rmsDb[3], rec.shortTerm), std::make_tuple(-200.0, -200.0, -200.0));
+  EXPECT_GT(rec.momentary, -200.0);
+  // Channels 1 and 2 are silent beside channel 0: rule 2 holds with mask 0b110 since frame 0; rule 1 is clear.
+  EXPECT_EQ(rec.activeRules & 3u, 2u);
+  EXPECT_EQ(std::tie(rec.detect[1].state, rec.detect[1].runFrames, rec.detect[1].channelMask, rec.detect[0].state),
+            std::make_tuple(2u, 12u, 0b110ull, 1u));
+  kvqcAudioClose(e);
+}
+
+TEST(EngineRun, ResetRunsTheSameAnalysisAgain) {
+  kvaudqcConfig config{};
+  config.flags = 15 | 32;
+  kvqcAudioEngine *e = kvqcAudioOpen(&config);
+  const auto faults = [](uint64_t i, Frame &f) { TenMinuteFaults(i + 900, f); };
+  const Outcome first = Feed(e, 1200, faults, true);
+  ASSERT_EQ(kvqcAudioReset(e), 0);
+  const Outcome second = Feed(e, 1200, faults, true);
+  kvqcAudioClose(e);
+  ASSERT_EQ(first.events.size(), 5u);  // silence and right channel gone, each with its dropout
+  ASSERT_EQ(second.events.size(), 5u);
+  EXPECT_EQ(0, std::memcmp(first.events.data(), second.events.data(), 5 * sizeof(kvaudqcEvent)));
+  EXPECT_EQ(0, std::memcmp(&first.report, &second.report, sizeof first.report));
+  // Every frame record, with its rule windows and run state, is the same too.
+  for (size_t i = 0; i < first.records.size(); ++i)
+    ASSERT_EQ(0, std::memcmp(&first.records[i], &second.records[i], sizeof(kvaudqcFrameAnalyze))) << "frame " << i;
+}
+
+TEST(EngineRun, BadArgumentsAndSequence) {
+  kvaudqcConfig config{};
+  kvqcAudioEngine *e = kvqcAudioOpen(&config);
+  const std::vector<int16_t> pcm(2 * kFrame, 0);
+  kvaudqcEvent ev;
+  uint32_t n = 0;
+  const int32_t refused[] = {
+      kvqcAudioFrame(nullptr, pcm.data(), kFrame, nullptr), kvqcAudioFrame(e, nullptr, kFrame, nullptr),
+      kvqcAudioFrame(e, pcm.data(), 0, nullptr),           kvqcAudioFinish(nullptr, nullptr),
+      kvqcAudioGetEventCount(nullptr, &n),                 kvqcAudioGetEventCount(e, nullptr),
+      kvqcAudioGetEvents(nullptr, 0, 1, &ev, &n),          kvqcAudioGetEvents(e, 0, 1, nullptr, &n),
+      kvqcAudioGetEvents(e, 0, 1, &ev, nullptr),           kvqcAudioReset(nullptr),
+      kvqcAudioClose(nullptr)};
+  for (int32_t r : refused) EXPECT_EQ(r, KVQC_ERROR);
+
+  // 100 frames of digital silence: one programme-silence event, read from any start index.
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(kvqcAudioFrame(e, pcm.data(), kFrame, nullptr), 0);
+  EXPECT_EQ(kvqcAudioFinish(e, nullptr), 0);
+  EXPECT_EQ(kvqcAudioFinish(e, nullptr), KVQC_ERROR);                     // already finished
+  EXPECT_EQ(kvqcAudioFrame(e, pcm.data(), kFrame, nullptr), KVQC_ERROR);  // until reset
+  const std::pair<uint32_t, uint32_t> reads[] = {{0, 0}, {5, 1}, {1, 1}, {0, 4}};  // (first, capacity)
+  for (const auto &[first, capacity] : reads) {
+    EXPECT_EQ(kvqcAudioGetEvents(e, first, capacity, capacity ? &ev : nullptr, &n), 0);
+    EXPECT_EQ(n, first == 0 && capacity ? 1u : 0u);
+  }
+  EXPECT_EQ(std::tie(ev.rule, ev.startA, ev.endA, ev.endB), std::make_tuple(1u, 0u, 99u, 100u * kFrame));
+  EXPECT_EQ(kvqcAudioReset(e), 0);
+  ASSERT_EQ(kvqcAudioGetEventCount(e, &n), 0);
+  EXPECT_EQ(n, 0u);
+  EXPECT_EQ(kvqcAudioFrame(e, pcm.data(), kFrame, nullptr), 0);
+  EXPECT_EQ(kvqcAudioClose(e), 0);
+
+  // Configurations the analysis does not take refuse frames but finish cleanly.
+  for (auto change : {+[](kvaudqcConfig &c) { c.bitsPerSample = 24; }, +[](kvaudqcConfig &c) { c.channels = 65; },
+                      +[](kvaudqcConfig &c) { c.sampleRate = 4000; }}) {
+    kvaudqcConfig bad{};
+    change(bad);
+    kvqcAudioEngine *b = kvqcAudioOpen(&bad);
+    kvaudqcReport report;
+    EXPECT_EQ(kvqcAudioFrame(b, pcm.data(), 1, nullptr), KVQC_ERROR);
+    EXPECT_EQ(kvqcAudioFinish(b, &report), 0);
+    EXPECT_EQ(report.frames, 0u);
+    kvqcAudioClose(b);
+  }
+}
+
+}  // namespace
