@@ -28,12 +28,7 @@ struct FakeProbe : kvaudio::frame::CpuProbe {
 };
 
 TEST(CpuDecision, TruthTable) {
-  struct Case {
-    const char *name;
-    uint32_t maxLeaf, ecx1, ebx7;
-    uint64_t xcr0;
-    int expected;
-  };
+  struct Case { const char *name; uint32_t maxLeaf, ecx1, ebx7; uint64_t xcr0; int expected; };
   const Case cases[] = {
       {"all present", 7, kOsxsave | kAvx, kAvx2, 0x7, 1},
       {"higher max leaf, only SSE and AVX state", 0x16, kOsxsave | kAvx, 0xFFFFFFFF, 0x6, 1},

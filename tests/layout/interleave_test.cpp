@@ -28,10 +28,10 @@ struct Buf {
   }
 };
 
-// Words 1..count, or `first`.. when given.
-std::vector<uint32_t> Seq(size_t count, uint32_t first = 1) {
+// Words 1..count, or from `first` in steps of `step` when given.
+std::vector<uint32_t> Seq(size_t count, uint32_t first = 1, uint32_t step = 1) {
   std::vector<uint32_t> v(count);
-  for (size_t i = 0; i < count; ++i) v[i] = first + static_cast<uint32_t>(i);
+  for (size_t i = 0; i < count; ++i) v[i] = first + step * static_cast<uint32_t>(i);
   return v;
 }
 
@@ -68,9 +68,7 @@ using U32 = uint32_t;
 const LayoutCase kLayoutCases[] = {
     {"Deinterleave16to16NullPairTakesNoRoom", {{4, {10, 11, 12, 20, 21, 22}}},
      {{4, {10, 20}}, {0, {}}, {4, {11, 21}}, {4, {12, 22}}}, 2, Split<U32, U32, 4, AudioDeinterleave16to16>},
-    {"Deinterleave24to16NullPairIsSkipped", {{4, {0x10000, 0x20000, 0x30000, 0x40000, 0x50000, 0x60000, 0x70000,
-                                                  0x80000, 0x90000, 0xA0000, 0xB0000, 0xC0000, 0xD0000, 0xE0000,
-                                                  0xF0000, 0x100000}}},
+    {"Deinterleave24to16NullPairIsSkipped", {{4, Seq(16, 0x10000, 0x10000)}},
      {{2, {1, 2, 9, 10}}, {0, {}}, {2, {5, 6, 13, 14}}, {2, {7, 8, 15, 16}}}, 2,
      Split<U32, U16, 4, AudioDeinterleave24to16>},
     {"Deinterleave32to32NullPairTakesNoRoom", {{4, Seq(12)}},
@@ -78,9 +76,6 @@ const LayoutCase kLayoutCases[] = {
     {"Deinterleave24to32PackedNullPairTakesNoRoom", {{3, {0x123456, 0x010203, 0xABCDEF, 0x000001, 0xFFFFFF, 0x800000}}},
      {{4, {0x12345600, 0x01020300}}, {0, {}}, {4, {0xABCDEF00, 0x00000100}}, {4, {0xFFFFFF00, 0x80000000}}}, 1,
      Split<uint8_t, U32, 4, AudioDeinterleave24to32>},
-    {"Deinterleave32to24NullPairTakesNoRoom", {{4, {0x12345678, 0x9ABCDEF0, 0x000000FF, 0xFFFFFF80}}},
-     {{0, {}}, {0, {}}, {4, {0x12345600, 0x9ABCDE00}}, {4, {0x00000000, 0xFFFFFF00}}}, 1,
-     Split<U32, U32, 4, AudioDeinterleave32to24>},
     {"Deinterleave16to16ArrayNullEntryIsSkipped", {{4, Seq(8)}}, {{4, {1, 5}}, {0, {}}, {4, {3, 7}}, {4, {4, 8}}}, 2,
      kvtest::SplitArray<4, AudioDeinterleave16to16Array>},
     {"Interleave32to32ArrayBeyondSixteenPairs", {}, {{4, Untouched(34, {7, 8})}}, 1,
@@ -108,8 +103,6 @@ const LayoutCase kLayoutCases[] = {
      Split<U16, U32, 4, AudioDeInterleave16to24, 3>},
     {"DeinterleavePairLoneLastChannel", {{2, Seq(6)}}, {{2, {3, kC, 6, kC}}}, 2,
      [](In i, Out o, uint32_t n) { AudioDeinterleavePair(i[0], o[0], 1, 16, 3, n); }},
-    {"DeinterleavePairBeyondChannels", {{4, Seq(6)}}, {{4, {kC, kC}}}, 1,
-     [](In i, Out o, uint32_t n) { AudioDeinterleavePair(i[0], o[0], 2, 32, 3, n); }},
     {"InterleavePairLoneLastChannel", {{4, {7, 8, 9, 10}}}, {{4, {kC, kC, 7, kC, kC, 9}}}, 2,
      [](In i, Out o, uint32_t n) { AudioInterleavePair(o[0], i[0], 1, 32, 3, n); }},
     {"InterleavePairMiddlePair", {{2, {7, 8, 9, 10}}}, {{2, {kC, kC, 7, 8, kC, kC, 9, 10}}}, 2,
@@ -133,9 +126,9 @@ const LayoutCase kLayoutCases[] = {
      Split<U16, U32, 4, AudioDeInterleave16to24, 8>},
     {"DeInterleave16to32ShiftsBy16", Filled({16}, 2, 0x8000), Filled(k4x8, 4, 0x80000000), kN,
      Split<U16, U32, 4, AudioDeInterleave16to32, 8>},
-    {"Deinterleave32to20KeepsTop20", Filled({32}, 4, 0x12345678), Filled(k4x8, 4, 0x12345000), kN,
+    {"Deinterleave32to20KeepsTop20", Filled({32}, 4, 0x12345FF8), Filled(k4x8, 4, 0x12345000), kN,
      Split<U32, U32, 4, AudioDeinterleave32to20>},
-    {"Deinterleave32to24ClearsLowByte", Filled({32}, 4, 0x12345678), Filled(k4x8, 4, 0x12345600), kN,
+    {"Deinterleave32to24ClearsLowByte", Filled({32}, 4, 0x12345FF8), Filled(k4x8, 4, 0x12345F00), kN,
      Split<U32, U32, 4, AudioDeinterleave32to24>},
     {"Deinterleave24to16KeepsUpperHalf", Filled({32}, 4, 0x12345678), Filled(k4x4, 2, 0x1234), kN,
      Split<U32, U16, 4, AudioDeinterleave24to16>},
