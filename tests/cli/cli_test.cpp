@@ -40,7 +40,8 @@ TEST_F(Cli, HelpAndBadInputExitTwoWithOneLine) {
     EXPECT_EQ(help.code, 0) << cmd;
     EXPECT_NE(help.out.find("Usage"), std::string::npos) << cmd;
   }
-  for (const std::string gen : {"good.wav --duration 2", "low.wav --rate 8000 --duration 1", "hi.wav --rate 96000 --duration 1"})
+  for (const std::string gen :
+       {"good.wav --duration 2", "low.wav --rate 8000 --duration 1", "hi.wav --rate 96000 --duration 1"})
     ASSERT_EQ(Kvaudio("gen tone " + gen).code, 0) << gen;
   const std::string good = Bytes("good.wav");
   std::string mpeg = good;
@@ -223,10 +224,12 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   pcm = Sine(2, 0x3, 70);
   std::fill(pcm.begin() + 1800 * 8008 / 5 * 2, pcm.begin() + 1830 * 8008 / 5 * 2, 0);
   WriteWav("ntsc.wav", 48000, 2, pcm);
-  struct Case { const char *args, *report; std::set<std::string> events; };  // name timecodes channels samples frames rule
+  // Report: frames, samples, passed. Events: name, timecodes, channels, samples, frames, rule.
+  struct Case { const char *args, *report; std::set<std::string> events; };
   const Case cases[] = {
       {"faults.wav --fps 25 --start 10:00:00:00 --standard 1", "500 960000 false",
-       {"click 10:00:12:00-10:00:12:00 [1] 576000-577920 1 9", "true-peak 10:00:12:00-10:00:12:00 [1] 576000-577920 1 6",
+       {"click 10:00:12:00-10:00:12:00 [1] 576000-577920 1 9",
+        "true-peak 10:00:12:00-10:00:12:00 [1] 576000-577920 1 6",
         "clipping 10:00:04:00-10:00:05:04 [1,2] 192000-249600 30 3",
         "near-clip 10:00:04:00-10:00:04:04 [1,2] 192000-201600 5 16",
         "true-peak 10:00:04:00-10:00:04:04 [1,2] 192000-201600 5 6",
