@@ -40,9 +40,9 @@ TEST_F(Cli, HelpAndBadInputExitTwoWithOneLine) {
     EXPECT_EQ(help.code, 0) << cmd;
     EXPECT_NE(help.out.find("Usage"), std::string::npos) << cmd;
   }
-  ASSERT_EQ(Kvaudio("gen tone good.wav --duration 2").code, 0);
-  ASSERT_EQ(Kvaudio("gen tone low.wav --rate 8000 --duration 1").code, 0);
-  ASSERT_EQ(Kvaudio("gen tone hi.wav --rate 96000 --duration 1").code, 0);
+  for (const std::string gen :
+       {"good.wav --duration 2", "low.wav --rate 8000 --duration 1", "hi.wav --rate 96000 --duration 1"})
+    ASSERT_EQ(Kvaudio("gen tone " + gen).code, 0) << gen;
   const std::string good = Bytes("good.wav");
   std::string mpeg = good;
   mpeg[good.find("fmt ") + 8] = 0x55;  // MPEG in WAV
@@ -66,7 +66,7 @@ TEST_F(Cli, HelpAndBadInputExitTwoWithOneLine) {
 }
 
 // Every container, width, channel count and signal type of the generator reads back at its level on
-// every channel, with nothing on standard error; a -20 dBFS stereo sine is -20 LUFS (unweighted: -20.69).
+// every channel, with nothing on standard error; a -20 dBFS stereo sine is -20 LUFS.
 TEST_F(Cli, GenThenLoudnessAcrossFormatsAndSignals) {
   struct Case { const char *gen; int channels; double below; };  // peaks up to `below` under -20 dBFS; NAN: silent
   const Case cases[] = {{"tone t.wav", 2, 0},          {"tone t.flac --bits 24", 2, 0}, {"tone t.aiff --bits 32", 2, 0},
@@ -89,7 +89,6 @@ TEST_F(Cli, GenThenLoudnessAcrossFormatsAndSignals) {
     if (c.channels != 2 || c.below != 0) continue;
     EXPECT_NEAR(r["integrated"].get<double>(), -20.0, 0.05) << c.gen;
     EXPECT_NEAR(r["compat"]["meter"]["momentary"]["max"].get<double>(), -20.0, 0.05) << c.gen;
-    EXPECT_NEAR(r["compat"]["analysis"]["integrated"].get<double>(), -20.69, 0.02) << c.gen;
     EXPECT_NEAR(r["compat"]["analysis"]["truePeak"].get<double>(), -20.0, 0.01) << c.gen;
   }
 }
@@ -173,13 +172,11 @@ TEST_F(Cli, LtcEncodeThenDecode) {
   std::vector<int16_t> stereo = Sine(2, 0x1, 45);
   for (size_t i = 0; i < stereo.size() / 2; ++i) std::memcpy(&stereo[i * 2 + 1], &ltc[i * 2], 2);
   WriteWav("stereo16.wav", 48000, 2, stereo);
-  ASSERT_EQ(Kvaudio("gen silence stereo24.flac --duration 1 --bits 24").code, 0);
   Result right = Kvaudio("ltc decode stereo16.wav --channel right --fps 25");
   EXPECT_EQ(right.code, 0);
   EXPECT_NE(right.out.find("12:34:57:"), std::string::npos) << right.out;
   EXPECT_EQ(Kvaudio("ltc decode stereo16.wav --channel 2 --fps 25").out, right.out);
   EXPECT_EQ(Kvaudio("ltc decode stereo16.wav --channel left --fps 25").code, 1);
-  EXPECT_EQ(Kvaudio("ltc decode stereo24.flac --channel right").code, 1);
 }
 
 TEST_F(Cli, AvsyncInsertThenDetect) {
@@ -206,7 +203,9 @@ TEST_F(Cli, AvsyncInsertThenDetect) {
   }
 }
 
-// A tone with four faults at known frames gives exactly their events, at those frames.
+// Tones with faults at known frames give exactly their events there: at 25 fps with the loudness and
+// true-peak events of the standard or one rule at a time, and at 29.97 drop-frame, where a second of
+// silence from frame 1800 starts at sample 1800 x 1601.6 (the 1602/1601 cadence) at 00:01:00;02.
 TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   constexpr long kPerFrame = 48000 / 25;
   std::vector<int16_t> pcm = Sine(2, 0x3, 20);
@@ -222,38 +221,59 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   *(frame(300) + 14) = 30000;
   for (auto s = frame(350) + 1; s < frame(375); s += 2) *s = 0;
   WriteWav("faults.wav", 48000, 2, pcm);
-
-  // Two files in two threads and in one print the same; each file's report is written.
+  pcm = Sine(2, 0x3, 70);
+  std::fill(pcm.begin() + 1800 * 8008 / 5 * 2, pcm.begin() + 1830 * 8008 / 5 * 2, 0);
+  WriteWav("ntsc.wav", 48000, 2, pcm);
+  // Report: frames, samples, passed. Events: name, timecodes, channels, samples, frames, rule.
+  struct Case { const char *args, *report; std::set<std::string> events; };
+  const Case cases[] = {
+      {"faults.wav --fps 25 --start 10:00:00:00 --standard 1", "500 960000 false",
+       {"click 10:00:12:00-10:00:12:00 [1] 576000-577920 1 9",
+        "true-peak 10:00:12:00-10:00:12:00 [1] 576000-577920 1 6",
+        "clipping 10:00:04:00-10:00:05:04 [1,2] 192000-249600 30 3",
+        "near-clip 10:00:04:00-10:00:04:04 [1,2] 192000-201600 5 16",
+        "true-peak 10:00:04:00-10:00:04:04 [1,2] 192000-201600 5 6",
+        "dropout 10:00:08:00-10:00:08:00 [1,2] 384000-385920 1 13",
+        "dropout 10:00:14:00-10:00:14:00 [2] 672000-673920 1 13",
+        "programme-silence 10:00:08:00-10:00:10:12 [1,2] 384000-504960 63 1",
+        "missing-channel 10:00:14:00-10:00:16:24 [2] 672000-816000 75 17",
+        "loudness-off-target 10:00:02:24-10:00:09:03 [1,2] 142080-439680 155 5",
+        "loudness-off-target 10:00:09:22-10:00:11:18 [1,2] 474240-564480 47 5",
+        "loudness-off-target 10:00:12:12-10:00:19:24 [1,2] 599040-960000 188 5"}},
+      // --rules keeps only the rules asked for. The broadcast profile calls a lost channel silent only
+      // after 5 s; the engine's after 3 frames.
+      {"faults.wav --fps 25 --profile engine --rules channel-silence", "500 960000 false",
+       {"channel-silence 00:00:14:00-00:00:14:24 [2] 672000-720000 25 2"}},
+      {"ntsc.wav --fps 29.97df --rules programme-silence --min programme-silence=1", "2098 3360000 false",
+       {"programme-silence 00:01:00;02-00:01:01;01 [1,2] 2882880-2930928 30 1"}},
+  };
+  Json first;
+  for (const Case &c : cases) {
+    const Result run = Kvaudio(std::string("qc ") + c.args + " --json");
+    EXPECT_EQ(run.code, 1) << c.args << run.err;
+    const Json r = run.json();
+    EXPECT_EQ(Keys(r), "file format input sampleRate channels fps libraryCadence report events startTimecode");
+    EXPECT_EQ(Keys(r["report"]), "frames samples integrated range truePeak maxMomentary maxShortTerm eventsPerRule "
+                                 "totalEvents standard violations passed");
+    EXPECT_TRUE(r["libraryCadence"].get<bool>());
+    const Json &report = r["report"];
+    EXPECT_EQ(report["frames"].dump() + " " + report["samples"].dump() + " " + report["passed"].dump(), c.report);
+    std::set<std::string> found;
+    for (const Json &e : r["events"])
+      found.insert(e["name"].get<std::string>() + " " + e["startTimecode"].get<std::string>() + "-" +
+                   e["endTimecode"].get<std::string>() + " " + e["channels"].dump() + " " + e["startSample"].dump() +
+                   "-" + e["endSample"].dump() + " " + e["frames"].dump() + " " + e["rule"].dump());
+    EXPECT_EQ(found, c.events) << c.args;
+    if (first.is_null()) first = r;
+  }
+  // Two files in two threads and in one print the same, each as it prints alone; each file's report is written.
   WriteWav("clean.wav", 48000, 2, Sine(2, 0x1, 8));
   const std::string args = "qc faults.wav clean.wav --fps 25 --json --start 10:00:00:00 --report rep --standard 1 -j ";
   Result batch = Kvaudio(args + "2");
   EXPECT_EQ(batch.code, 1) << batch.err;
   EXPECT_EQ(Kvaudio(args + "1").out, batch.out);
   const Json files = batch.json()["files"];
-  EXPECT_EQ(files[0]["report"]["frames"], 500);
-  EXPECT_FALSE(files[0]["report"]["passed"]);
-  std::set<std::string> found;
-  for (const Json &e : files[0]["events"])
-    found.insert(e["name"].get<std::string>() + " " + e["startTimecode"].get<std::string>() + "-" +
-                 e["endTimecode"].get<std::string>() + " " + e["channels"].dump());
-  const std::set<std::string> expected = {
-      "clipping 10:00:04:00-10:00:05:04 [1,2]",        "near-clip 10:00:04:00-10:00:04:04 [1,2]",
-      "programme-silence 10:00:08:00-10:00:10:12 [1,2]", "dropout 10:00:08:00-10:00:08:00 [1,2]",
-      "click 10:00:12:00-10:00:12:00 [1]",             "dropout 10:00:14:00-10:00:14:00 [2]",
-      "missing-channel 10:00:14:00-10:00:16:24 [2]",   "true-peak 10:00:04:00-10:00:04:04 [1,2]",
-      "true-peak 10:00:12:00-10:00:12:00 [1]",         "loudness-off-target 10:00:02:24-10:00:09:03 [1,2]",
-      "loudness-off-target 10:00:09:22-10:00:11:18 [1,2]", "loudness-off-target 10:00:12:12-10:00:19:24 [1,2]"};
-  EXPECT_EQ(found, expected);  // with the loudness and true-peak events of the standard
-  // The broadcast profile keeps clipping open 1 s and a missing channel 2 s past the fault and
-  // calls a lost channel silent only after 5 s; --profile engine brings that down to 3 frames.
-  EXPECT_EQ(Kvaudio("qc faults.wav --fps 25 --json --profile engine --rules channel-silence").json()["events"].size(),
-            1u);
-  // Rules chosen by --rules: only clipping remains.
-  Json only = Kvaudio("qc faults.wav --fps 25 --json --rules clipping").json();
-  ASSERT_EQ(only["events"].size(), 1u);
-  EXPECT_EQ(only["events"][0]["rule"], 3);
-  EXPECT_EQ(only["events"][0]["startSample"], 100 * kPerFrame);
-  EXPECT_EQ(only["events"][0]["endSample"], 130 * kPerFrame);
+  EXPECT_EQ(files[0], first);
   // The plots render as SVG; the reports of the batch and of the demo open in a browser.
 #ifdef KVAUDIO_RSVG
   ASSERT_EQ(Kvaudio("loudness faults.wav --plot loud.svg").code, 0);
@@ -265,61 +285,29 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
 #endif
 #ifdef KVAUDIO_CHROMIUM
   ASSERT_EQ(Kvaudio("demo --report demo.html").code, 0);
-  // Chromium's DOM after the page's script has run: no script error, a row and a bar for each event.
+  // Chromium's DOM after the page's script has run: no script error, a row for each event.
   auto open = [](const std::string &page) {
     return Finish(Start("timeout 90 '" KVAUDIO_CHROMIUM "' --headless --disable-gpu --no-sandbox --user-data-dir=chrome "
                         "--virtual-time-budget=5000 --dump-dom 'file://" + Path(page) + "'", "/dev/null"), "/dev/null").out;
   };
   const std::regex row("<tr class=\"ev-row[^\"]*\" data-i=\"\\d+\"><td class=\"num\">(\\d+)</td><td><span[^>]*>"
-                       "</span>([^<]*)</td><td>([^<]*)</td><td>([^<]*)</td>"),
-      bar("class=\"ev-bar\" data-i=\"\\d+\" data-rule=\"(\\d+)\"");
+                       "</span>([^<]*)</td><td>([^<]*)</td><td>([^<]*)</td>");
   const char *const pages[] = {"rep/faults.wav.html", "rep/clean.wav.html", "demo.html"};
   for (size_t i = 0; i < 3; ++i) {
     const std::string dom = open(pages[i]);
     EXPECT_NE(dom.find("data-ready=\"1\""), std::string::npos) << pages[i];
     EXPECT_NE(dom.find("<pre id=\"errors\"></pre>"), std::string::npos) << pages[i];
-    std::multiset<std::string> rows, bars, wantRows, wantBars;
+    std::multiset<std::string> rows, want;
     for (std::sregex_iterator m(dom.begin(), dom.end(), row), end; m != end; ++m)
       rows.insert(m->str(1) + " " + m->str(2) + " " + m->str(3) + " " + m->str(4));
-    for (std::sregex_iterator m(dom.begin(), dom.end(), bar), end; m != end; ++m) bars.insert(m->str(1));
-    if (i == 2) {  // the demo clip has its faults
-      EXPECT_GE(rows.size(), 3u);
-      continue;
-    }
-    for (const Json &e : files[i]["events"]) {
-      wantRows.insert(e["rule"].dump() + " " + e["name"].get<std::string>() + " " +
-                      e["startTimecode"].get<std::string>() + " " + e["endTimecode"].get<std::string>());
-      wantBars.insert(e["rule"].dump());
-    }
-    EXPECT_EQ(rows, wantRows) << pages[i];
-    EXPECT_EQ(bars, wantBars) << pages[i];
+    for (const Json &e : i < 2 ? files[i]["events"] : Json::array())
+      want.insert(e["rule"].dump() + " " + e["name"].get<std::string>() + " " + e["startTimecode"].get<std::string>() +
+                  " " + e["endTimecode"].get<std::string>());
+    EXPECT_TRUE(i < 2 ? rows == want : rows.size() >= 3) << pages[i] << " " << rows.size();  // the demo has its faults
   }
   const std::string index = open("rep/index.html");
   for (const char *link : {"href=\"faults.wav.html\"", "href=\"clean.wav.html\""}) EXPECT_NE(index.find(link), std::string::npos);
 #endif
-}
-
-// At 29.97 fps the frames follow the 1602/1601 cadence: a second of silence from frame 1800
-// (00:01:00;02 in drop-frame) starts at sample 1800 x 1601.6 and its timecode carries ';'.
-TEST_F(Cli, QcCountsFractionalFramesAndDropFrameTimecode) {
-  constexpr size_t kStart = 1800 * 8008 / 5, kEnd = 1830 * 8008 / 5;
-  std::vector<int16_t> pcm = Sine(2, 0x3, 70);
-  std::fill(pcm.begin() + long(kStart * 2), pcm.begin() + long(kEnd * 2), 0);
-  WriteWav("ntsc.wav", 48000, 2, pcm);
-  Result run = Kvaudio("qc ntsc.wav --fps 29.97df --rules programme-silence --min programme-silence=1 --json");
-  ASSERT_EQ(run.code, 1) << run.err;
-  Json r = run.json();
-  EXPECT_EQ(Keys(r), "file format input sampleRate channels fps libraryCadence report events startTimecode");
-  EXPECT_EQ(Keys(r["report"]), "frames samples integrated range truePeak maxMomentary maxShortTerm eventsPerRule "
-                               "totalEvents standard violations passed");
-  EXPECT_TRUE(r["libraryCadence"].get<bool>());
-  EXPECT_EQ(r["report"]["samples"], 70 * 48000);
-  ASSERT_EQ(r["events"].size(), 1u);
-  const Json &e = r["events"][0];
-  EXPECT_EQ(e["startSample"], kStart);
-  EXPECT_EQ(e["endSample"], kEnd);
-  EXPECT_EQ(e["startTimecode"].get<std::string>() + "-" + e["endTimecode"].get<std::string>(), "00:01:00;02-00:01:01;01");
-  EXPECT_EQ(e["frames"], 30);
 }
 
 // --layout picks the channels that count: a tone on pair 1 of four channels, silence on pair 2.
