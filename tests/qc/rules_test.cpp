@@ -120,15 +120,4 @@ TEST(RuleTracker, DetectState) {
   EXPECT_EQ(en.e->Tracker(9).runSamples, 6000000000ull);
 }
 
-// A window of 4 over "#######....": the count drops once the ring forgets the run.
-TEST(RuleTracker, SlidingWindowCounts) {
-  Engine en(4);
-  const std::string pattern = "#######....";
-  const uint32_t counts[] = {1, 2, 3, 4, 4, 4, 4, 3, 2, 1, 0};
-  for (size_t i = 0; i < pattern.size(); ++i) {
-    const kvaudqcDetect d = en.Run(6, pattern.substr(i, 1), 3, i);
-    EXPECT_EQ(std::tie(d.windowCount, d.windowFill), std::make_tuple(counts[i], std::min<uint32_t>(static_cast<uint32_t>(i) + 1, 4))) << i;
-  }
-}
-
 }  // namespace
