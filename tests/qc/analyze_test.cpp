@@ -90,20 +90,6 @@ TEST(QcAnalyze, TailWindows) {
   EXPECT_NEAR(r.momentary, 20 * std::log10(0.5) - 3.0103 - 0.691, 0.01);
 }
 
-// Up to 3 s: 400 ms blocks; longer: 3 s blocks, the last taking what remains.
-TEST(QcAnalyze, BlockLengths) {
-  for (size_t frames : {144000u, 144001u}) {
-    std::vector<int16_t> pcm(frames);
-    for (size_t f = 0; f < frames; ++f) pcm[f] = static_cast<int16_t>(f % 2 ? 20000 >> (f / 19200) : 0);
-    pcm[frames - 1] = 30000;
-    std::vector<double> blocks;
-    const size_t block = frames == 144000 ? 19200 : 144000;
-    for (size_t start = 0; start < frames; start += block) blocks.push_back(Part(pcm, start, std::min(block, frames - start)));
-    const double expected = kvaudio::qc::Percentile(blocks, 0.95) - kvaudio::qc::Percentile(blocks, 0.10);
-    EXPECT_NEAR(Loudness(pcm, 1).range, expected, 1e-9) << frames;
-  }
-}
-
 TEST(QcAnalyze, Percentile) {
   const struct { std::vector<double> values; double p, expected; } cases[] = {
       {{}, 0.5, 0}, {{7}, 0.95, 7}, {{4, 1, 3, 2}, 0.5, 2.5}, {{10, 0}, 0.95, 9.5}, {{5, 1, 2, 3, 4}, 0.10, 1.4}, {{5, 1, 2}, 1.0, 5}};

@@ -37,29 +37,23 @@ TEST(QcConfig, ZeroRecordDefaults) {
   }
 }
 
-TEST(QcConfig, CallerValuesSurviveAndRecordIsNotWritten) {
-  kvaudqcConfig in{};
-  in.sampleRate = 44100, in.flags = 64;  // flags bit 6: standard 1
-  in.limits[1] = -50.0, in.limits[4] = -16.0, in.ruleSettings[5] = 7;
-  in.reservedA[1] = 0xABCD, in.reservedB = 9, in.reservedC = 2.5;
-  const kvaudqcConfig before = in;
-  const kvaudqcConfig c = Opened(&in);
-  EXPECT_EQ(0, std::memcmp(&in, &before, sizeof in));
-  EXPECT_EQ(std::tie(c.sampleRate, c.flags, c.standard, c.ruleSettings[5], c.reservedA[1], c.reservedB),
-            std::make_tuple(44100u, 64u, 1u, 7u, 0xABCDu, 9u));
-  // Standard 1 fills the true peak, tolerance and range; the caller's target beats its -23.
-  EXPECT_EQ(std::tie(c.limits[3], c.limits[4], c.limits[5], c.limits[6]), std::make_tuple(-1.0, -16.0, 1.0, 20.0));
-  EXPECT_EQ(std::tie(c.limits[9], c.limits[16], c.reservedC), std::make_tuple(-50.0, -50.0, 2.5));
-}
-
-TEST(QcConfig, StandardAndTruePeakFlags) {
-  struct { uint32_t flags, standard; double tp, target; } cases[] = {
-      {64, 0, -1.0, -23.0}, {32, 0, -1.0, 0.0}, {15, 5, -2.0, -24.0}, {32 | 15, 100, -1.0, 0.0}, {15, 8, 0.0, 0.0}};
+// flags bit 6 picks standard 1 when none is given, bit 5 a -1 dBTP maximum; the caller's values win.
+TEST(QcConfig, CallerValuesStandardAndTruePeakFlags) {
+  struct { uint32_t flags, standard; double target, tp, tolerance; } cases[] = {
+      {64, 0, -23.0, -1.0, 1.0}, {32, 0, 0.0, -1.0, 0.0}, {15, 5, -24.0, -2.0, 1.0}, {32 | 15, 100, 0.0, -1.0, 0.0}, {15, 8, 0.0, 0.0, 0.0}};
   for (const auto &k : cases) {
     kvaudqcConfig in{};
-    in.flags = k.flags, in.standard = k.standard;
+    in.flags = k.flags, in.standard = k.standard, in.sampleRate = 44100;
+    in.limits[1] = -50.0, in.limits[6] = 15.0, in.ruleSettings[5] = 7;
+    in.reservedA[1] = 0xABCD, in.reservedB = 9, in.reservedC = 2.5;
+    const kvaudqcConfig before = in;
     const kvaudqcConfig c = Opened(&in);
-    EXPECT_EQ(std::tie(c.limits[3], c.limits[4]), std::tie(k.tp, k.target)) << k.flags << "/" << k.standard;
+    SCOPED_TRACE(std::to_string(k.flags) + "/" + std::to_string(k.standard));
+    EXPECT_EQ(0, std::memcmp(&in, &before, sizeof in));
+    EXPECT_EQ(std::tie(c.sampleRate, c.flags, c.standard, c.ruleSettings[5], c.reservedA[1], c.reservedB),
+              std::make_tuple(44100u, k.flags, k.standard ? k.standard : k.flags >> 6, 7u, 0xABCDu, 9u));
+    EXPECT_EQ(std::tie(c.limits[3], c.limits[4], c.limits[5], c.limits[6]), std::make_tuple(k.tp, k.target, k.tolerance, 15.0));
+    EXPECT_EQ(std::tie(c.limits[9], c.limits[16], c.reservedC), std::make_tuple(-50.0, -50.0, 2.5));
   }
 }
 

@@ -232,29 +232,6 @@ TEST(EngineRun, CadenceMovesTheSamplePosition) {
             std::make_tuple(4ull * 8008 + 1602 + 1601, 8008ull, 5ull * 8008 + 1602 + 1601));
 }
 
-// Levels, counters and live rule state of one frame record.
-TEST(EngineRun, FrameRecordCarriesLevelsAndRuleState) {
-  kvaudqcConfig config{};
-  config.channels = 4;
-  config.checkMask = 0b0111;
-  std::vector<int16_t> pcm(4 * kFrame, 0);
-  for (uint32_t i = 0; i < kFrame; ++i) pcm[4 * i] = pcm[4 * i + 3] = (i / 48) % 2 ? 16384 : -16384;  // square, -6 dBFS
-  kvqcAudioEngine *e = kvqcAudioOpen(&config);
-  kvaudqcFrameAnalyze rec;
-  for (int i = 0; i < 12; ++i) ASSERT_EQ(kvqcAudioFrame(e, pcm.data(), kFrame, &rec), 0);
-  EXPECT_EQ(std::tie(rec.size, rec.channels, rec.samples), std::make_tuple(1856u, 4u, kFrame));
-  EXPECT_NEAR(rec.peakDb[0], -6.0206, 1e-4);
-  EXPECT_EQ(rec.rmsDb[0], rec.peakDb[0]);
-  // Channel 1 is checked and silent, channel 3 not checked; 480 ms in: a momentary reading, no short-term yet.
-  EXPECT_EQ(std::tie(rec.peakDb[1], rec.rmsDb[3], rec.shortTerm), std::make_tuple(-200.0, -200.0, -200.0));
-  EXPECT_GT(rec.momentary, -200.0);
-  // Channels 1 and 2 are silent beside channel 0: rule 2 holds with mask 0b110 since frame 0; rule 1 is clear.
-  EXPECT_EQ(rec.activeRules & 3u, 2u);
-  EXPECT_EQ(std::tie(rec.detect[1].state, rec.detect[1].runFrames, rec.detect[1].channelMask, rec.detect[0].state),
-            std::make_tuple(2u, 12u, 0b110ull, 1u));
-  kvqcAudioClose(e);
-}
-
 TEST(EngineRun, ResetRunsTheSameAnalysisAgain) {
   kvaudqcConfig config{};
   config.flags = 15 | 32;
