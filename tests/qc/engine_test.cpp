@@ -175,6 +175,7 @@ TEST_P(EngineRule, FaultRaisesOneEventWhereItIs) {
   EXPECT_GE(e.endA + 1, std::min(end, c.total));
   EXPECT_LE(e.endA + 1, std::min(end + c.lag, c.total));
   EXPECT_EQ(std::tie(run.report.eventsPerRule[c.rule - 1], run.report.passed), std::make_tuple(1u, 0u));
+  EXPECT_EQ(run.report.violations & 4u, c.rule == 6 ? 4u : 0u);  // over the true-peak maximum
   // The same audio left-justified in 32 bits gives the same events, byte for byte.
   const Outcome wide = c.Run(c.hit, 32);
   ASSERT_EQ(wide.events.size(), run.events.size());
@@ -223,7 +224,7 @@ TEST(EngineRun, CadenceMovesTheSamplePosition) {
     EXPECT_EQ(std::tie(run.records[i].frameIndex, run.records[i].samplePosition), std::tie(i, position));
     position += cadence[i % 5];
   }
-  EXPECT_EQ(run.report.samples, position);
+  EXPECT_EQ(std::tie(run.report.frames, run.report.samples), std::make_tuple(40ull, position));
   // The default window spans the last 30 frames, the five silent ones among them.
   EXPECT_EQ(std::tie(run.records.back().detect[0].windowFill, run.records.back().detect[0].windowCount), std::make_tuple(30u, 5u));
   const auto silence = OfRule(run, 1);  // from four whole cadences and two frames, one cadence long
