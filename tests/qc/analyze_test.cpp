@@ -53,6 +53,7 @@ TEST(QcAnalyze, SilenceAndShortBuffers) {
 
   const kvaudqcLoudness one = Loudness({1000, -2000}, 2);
   EXPECT_EQ(std::tie(one.momentary, one.shortTerm, one.range), std::make_tuple(one.integrated, one.integrated, 0.0));
+  EXPECT_GT(one.integrated, -100.0);
   const kvaudqcLoudness noRate = Loudness(Tone(100, 0.5), 1, nullptr, 1, 0);
   EXPECT_EQ(std::tie(noRate.momentary, noRate.shortTerm), std::tie(noRate.integrated, noRate.integrated));
 }

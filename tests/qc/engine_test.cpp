@@ -40,7 +40,7 @@ std::vector<uint8_t> Pcm(const Frame &f, bool wide) {
   return out;
 }
 
-// A change to frame k of a fault (k counted from the fault's first frame, or from the clip's).
+// A change to frame k of a fault.
 using Change = std::function<void(uint64_t k, Frame &f)>;
 
 Change Scale(double left, double right) {
@@ -144,6 +144,7 @@ const Case kCases[] = {
     {"ShortTermMax", 8, 200, 100, Scale(4, 4), Scale(1.41, 1.41), [](kvaudqcConfig &c) { c.limits[8] = -15.0; }, 500, 75},
     // A single-sample step of a makes second differences a, -2a, a.
     {"Click", 9, 10, 1, AddLeft({200}, 0.39), AddLeft({200}, 0.36)},
+    {"ClickNotAlone", 9, 10, 1, AddLeft({200}, 0.39), AddLeft({200, 220}, 0.39)},  // an equal step 20 samples on
     {"Crackle", 10, 10, 1, AddLeft({100, 300, 500}, 0.6), AddLeft({100, 300}, 0.6)},
     {"LevelImbalance", 11, 10, 3, Scale(1, 0.48), Scale(1, 0.52)},
     {"DcOffset", 12, 10, 1, Dc(0.21), Dc(0.19)},
@@ -158,7 +159,6 @@ const Case kCases[] = {
 
 class EngineRule : public ::testing::TestWithParam<Case> {};
 
-// The near miss raises no event of the rule; the fault raises one, where it is.
 TEST_P(EngineRule, FaultRaisesOneEventWhereItIs) {
   const Case &c = GetParam();
   EXPECT_TRUE(OfRule(c.Run(c.miss), c.rule).empty());
