@@ -4,7 +4,7 @@
 #include <string>
 
 #include "bench_util.h"
-#include "interleave_calls.h"
+#include "kernel_calls.h"
 
 namespace {
 
@@ -20,12 +20,12 @@ const char *const kMeasured[] = {
 };
 
 // Bytes a period on the larger side (the interleaved buffer for the width-keeping members).
-size_t PeriodBytes(const kvtest::InterleaveCall &c) {
+size_t PeriodBytes(const kvtest::KernelCall &c) {
   const auto sum = [](const std::vector<size_t> &v) { return std::accumulate(v.begin(), v.end(), size_t{0}); };
   return std::max(sum(c.inBytes), sum(c.outBytes));
 }
 
-void Run(benchmark::State &state, const kvtest::InterleaveCall &c) {
+void Run(benchmark::State &state, const kvtest::KernelCall &c) {
   kvbench::ForcePath(state, static_cast<int>(state.range(1)));
   const size_t n = static_cast<size_t>(state.range(0)) / PeriodBytes(c);
   std::vector<std::vector<uint8_t>> in, out;
@@ -43,7 +43,7 @@ void Run(benchmark::State &state, const kvtest::InterleaveCall &c) {
 
 const int kRegistered = [] {
   benchmark::RegisterBenchmark("Memcpy", kvbench::MemcpyBaseline)->Arg(kvbench::kSmall)->Arg(kvbench::kLarge);
-  for (const auto &c : kvtest::kInterleaveCalls) {
+  for (const auto &c : kvtest::kKernelCalls) {
     if (std::none_of(std::begin(kMeasured), std::end(kMeasured), [&](const char *m) { return c.name == std::string(m); }))
       continue;
     benchmark::RegisterBenchmark(c.name, Run, c)->ArgsProduct({{kvbench::kSmall, kvbench::kLarge}, {0, 1}});

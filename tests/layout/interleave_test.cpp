@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "interleave_calls.h"
+#include "kernel_calls.h"
 #include "test_util.h"
 
 namespace {

@@ -8,8 +8,7 @@
 #include <vector>
 
 #include "frame/cpu.h"
-#include "interleave_calls.h"
-#include "kvaudio/aes3.h"
+#include "kernel_calls.h"
 #include "kvaudio/avsync.h"
 #include "kvaudio/generator.h"
 #include "kvaudio/loudness.h"
@@ -69,38 +68,18 @@ struct Family {
 };
 
 const Family kFamilies[] = {
-    {"Interleave", [](int t) {  // every member, in the shapes of the shared call table
+    {"Kernels", [](int t) {  // every interleave, AES3 and AoIP call of the shared tables
        Bytes out;
-       for (const kvtest::InterleaveCall &c : kvtest::kInterleaveCalls) {
+       for (const kvtest::KernelCall &c : kvtest::kKernelCalls) {
          std::vector<Bytes> in, o;
          std::vector<const uint8_t *> ip;
          std::vector<uint8_t *> op;
-         for (size_t b : c.inBytes) ip.push_back(b ? in.emplace_back(Input<uint8_t>(b * kFrames, t)).data() : nullptr);
+         for (size_t b : c.inBytes) ip.push_back(b ? in.emplace_back(Input<uint8_t>(c.inPrefix + b * kFrames, t)).data() : nullptr);
          for (size_t b : c.outBytes) op.push_back(b ? o.emplace_back(b * kFrames).data() : nullptr);
          c.run(ip.data(), op.data(), kFrames);
          for (const Bytes &v : o) out.insert(out.end(), v.begin(), v.end());
        }
        return out;
-     }},
-    {"Aes3", [](int t) {
-       const auto words = Input<uint8_t>(4 + kFrames * 32, t);
-       std::vector<int16_t> o(kFrames * 8);
-       std::vector<uint32_t> mono(kFrames), stereo(kFrames * 2);
-       std::vector<uint8_t> packed(4 + kFrames * 32);
-       int16_t *q = o.data();
-       KVAudioDeinterleaveAES316to16(words.data(), q, q + 2 * kFrames, q + 4 * kFrames, q + 6 * kFrames, kFrames);
-       KVAudioConvertAES324Monoto32(mono.data(), words.data(), kFrames, t & 1);
-       KVAudioReinterleaveAES3_24monoto32stereo(stereo.data(), words.data(), t & 1, kFrames);
-       KVAudioInterleave16toAES316(packed.data(), q, 2, 0, kFrames, 3, 0);
-       return Cat(o, mono, stereo, packed);
-     }},
-    {"Smpte302", [](int t) {
-       const auto stereo = Input<int16_t>(kFrames * 2, t);
-       std::vector<uint8_t> payload(4 + kFrames * 8 * 3);
-       KVAudioInterleaveStereo16bitStereo_toAES_302_20bit(payload.data(), stereo.data(), 8, 0, 0, kFrames);
-       std::vector<uint32_t> back(kFrames * 2);
-       KVAudioDeinterleaveAES_302_20bit_toStereo32(back.data(), payload.data(), 8, 0, kFrames);
-       return Cat(back);
      }},
     {"Remap", [](int t) {
        auto wide = Input<uint32_t>(kFrames * 8, t);

@@ -1,11 +1,14 @@
-// Every kernel-capable member of the interleave family, in the shapes that run its kernel and in
-// the null-pointer and channel-count shapes that must fall back; shared by tests and benchmarks.
+// Every kernel-capable member of the interleave, AES3 and AoIP families, in the shapes that run its
+// kernel and in the null-pointer and channel-count shapes that must fall back; shared by the
+// equivalence, layout and thread tests and the benchmarks.
 #pragma once
 
 #include <cstdint>
 #include <utility>
 #include <vector>
 
+#include "kvaudio/aes3.h"
+#include "kvaudio/aoip.h"
 #include "kvaudio/interleave.h"
 
 namespace kvtest {
@@ -18,13 +21,15 @@ inline T *P(uint8_t *p) { return reinterpret_cast<T *>(p); }
 template <typename T>
 inline const T *P(const uint8_t *p) { return reinterpret_cast<const T *>(p); }
 
-// One member in one shape: bytes a period of each input and output buffer (0: pass null), and a
-// runner that calls the member on them.
-struct InterleaveCall {
+// One member in one shape: bytes a period of each input and output buffer (0: pass null), a
+// runner that calls the member on them, the element alignment that misaligned placements keep,
+// and the bytes (such as a header) before the inputs' periods.
+struct KernelCall {
   const char *name;
   std::vector<size_t> inBytes;
   std::vector<size_t> outBytes;
   void (*run)(In in, Out out, uint32_t n);
+  size_t inAlign = 1, outAlign = 1, inPrefix = 0;
 };
 
 // Fn(in[0] as S, out[0..K-1] as D, n, extra...): one interleaved source split into K pairs.
@@ -68,8 +73,10 @@ void JoinArray(In in, Out out, uint32_t n) {
 inline const std::vector<size_t> k4x4(4, 4), k4x8(4, 8), k8x4(8, 4), k8x8(8, 8);
 using U16 = uint16_t;
 using U32 = uint32_t;
+using I16 = int16_t;
+using I32 = int32_t;
 
-inline const InterleaveCall kInterleaveCalls[] = {
+inline const KernelCall kKernelCalls[] = {
     {"Deinterleave16to16", {16}, k4x4, Split<U32, U32, 4, AudioDeinterleave16to16>},
     {"Deinterleave16to16Pair1Null", {12}, {4, 0, 4, 4}, Split<U32, U32, 4, AudioDeinterleave16to16>},
     {"Deinterleave16to16_16", {32}, k8x4, Split<U32, U32, 8, AudioDeinterleave16to16_16>},
@@ -126,6 +133,72 @@ inline const InterleaveCall kInterleaveCalls[] = {
      [](In i, Out o, uint32_t n) { AudioInterleaveDualMono2Stereo32(o[0], 24, n, i[0], i[1]); }},
     {"InterleaveDualMono2Stereo32LeftNull", {0, 4}, {8},
      [](In i, Out o, uint32_t n) { AudioInterleaveDualMono2Stereo32(o[0], 32, n, nullptr, i[1]); }},
+    // AES3 words, packed 24-bit, re-interleavers and 302M exact 24-bit (inputs behind a 4-byte header).
+    {"DeinterleaveAES316to16", {32}, k4x4,
+     [](In i, Out o, uint32_t n) {
+       KVAudioDeinterleaveAES316to16(i[0], P<I16>(o[0]), P<I16>(o[1]), P<I16>(o[2]), P<I16>(o[3]), n);
+     }, 1, 2, 4},
+    {"Stereoto32LE", {6}, {8}, [](In i, Out o, uint32_t n) { KVAudioConvertAES324Stereoto32(P<U32>(o[0]), i[0], n, 0, 0, 6); }, 1, 4},
+    {"Stereoto32BE", {6}, {8}, [](In i, Out o, uint32_t n) { KVAudioConvertAES324Stereoto32(P<U32>(o[0]), i[0], n, 1, 0, 6); }, 1, 4},
+    {"DualMonoto32LE", {3, 3}, {8},
+     [](In i, Out o, uint32_t n) { KVAudioConvertAES324DualMonoto32(P<U32>(o[0]), i[0], i[1], n, 0, 0, 3); }, 1, 4},
+    {"DualMonoto32BE", {3, 3}, {8},
+     [](In i, Out o, uint32_t n) { KVAudioConvertAES324DualMonoto32(P<U32>(o[0]), i[0], i[1], n, 1, 0, 3); }, 1, 4},
+    {"Monoto32LE", {3}, {4}, [](In i, Out o, uint32_t n) { KVAudioConvertAES324Monoto32(P<U32>(o[0]), i[0], n, 0); }, 1, 4},
+    {"Monoto32BE", {3}, {4}, [](In i, Out o, uint32_t n) { KVAudioConvertAES324Monoto32(P<U32>(o[0]), i[0], n, 1); }, 1, 4},
+    {"Reinterleave24Left", {3}, {8},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_24monoto32stereo(P<U32>(o[0]), i[0], 0, n); }, 1, 4},
+    {"Reinterleave24RightBE", {3}, {8},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_24monoto32stereo_BE(P<U32>(o[0]), i[0], 1, n); }, 1, 4},
+    {"Reinterleave16Left", {2}, {4},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_16monoto16stereo(P<I16>(i[0]), P<I16>(o[0]), 0, n); }, 2, 2},
+    {"Reinterleave16Right", {2}, {4},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_16monoto16stereo(P<I16>(i[0]), P<I16>(o[0]), 1, n); }, 2, 2},
+    {"Reinterleave32Left", {4}, {8},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_32monoto32stereo(P<U32>(i[0]), P<U32>(o[0]), 0, n); }, 4, 4},
+    {"Reinterleave32Right", {4}, {8},
+     [](In i, Out o, uint32_t n) { KVAudioReinterleaveAES3_32monoto32stereo(P<U32>(i[0]), P<U32>(o[0]), 1, n); }, 4, 4},
+    {"Smpte302Exact24Stereo", {7}, {8},
+     [](In i, Out o, uint32_t n) { KVAudioDeinterleaveAES_302_24bitExact_toStereo32(P<U32>(o[0]), i[0], 2, 0, n); }, 1, 4, 4},
+    {"Smpte302Exact24Pair4Of8", {28}, {8},
+     [](In i, Out o, uint32_t n) { KVAudioDeinterleaveAES_302_24bitExact_toStereo32(P<U32>(o[0]), i[0], 8, 6, n); }, 1, 4, 4},
+    // AoIP payloads and float conversion; n counts periods of the channel count in the name. Floats
+    // come from random bits, so NaN, infinities and out-of-range values meet the saturation.
+    {"Pack16L16", {2}, {2}, [](In i, Out o, uint32_t n) { KVAudioAoipPack16(o[0], P<I16>(i[0]), 16, 1, n); }, 2},
+    {"Pack16L24x3", {6}, {9}, [](In i, Out o, uint32_t n) { KVAudioAoipPack16(o[0], P<I16>(i[0]), 24, 3, n); }, 2},
+    {"Pack32L16", {4}, {2}, [](In i, Out o, uint32_t n) { KVAudioAoipPack32(o[0], P<I32>(i[0]), 16, 1, n); }, 4},
+    {"Pack32L24x8", {32}, {24}, [](In i, Out o, uint32_t n) { KVAudioAoipPack32(o[0], P<I32>(i[0]), 24, 8, n); }, 4},
+    {"Unpack16L16", {2}, {2}, [](In i, Out o, uint32_t n) { KVAudioAoipUnpack16(P<I16>(o[0]), i[0], 16, 1, n); }, 1, 2},
+    {"Unpack16L24", {3}, {2}, [](In i, Out o, uint32_t n) { KVAudioAoipUnpack16(P<I16>(o[0]), i[0], 24, 1, n); }, 1, 2},
+    {"Unpack32L16x5", {10}, {20}, [](In i, Out o, uint32_t n) { KVAudioAoipUnpack32(P<I32>(o[0]), i[0], 16, 5, n); }, 1, 4},
+    {"Unpack32L24", {3}, {4}, [](In i, Out o, uint32_t n) { KVAudioAoipUnpack32(P<I32>(o[0]), i[0], 24, 1, n); }, 1, 4},
+    {"PackPair32L24", {8}, {6}, [](In i, Out o, uint32_t n) { KVAudioAoipPackPair32(o[0], P<I32>(i[0]), 24, 2, 0, n); }, 4},
+    {"UnpackPair16L16", {4}, {4},
+     [](In i, Out o, uint32_t n) { KVAudioAoipUnpackPair16(P<I16>(o[0]), i[0], 16, 2, 0, n); }, 1, 2},
+    {"PackFloatL24Dither", {8}, {6},
+     [](In i, Out o, uint32_t n) {
+       KVAudioDither d{n, 3};
+       KVAudioAoipPackFloat(o[0], P<float>(i[0]), 24, 2, n, &d);
+     }, 4},
+    {"UnpackFloatL16", {2}, {4}, [](In i, Out o, uint32_t n) { KVAudioAoipUnpackFloat(P<float>(o[0]), i[0], 16, 1, n); }, 1, 4},
+    {"Int16ToFloat", {2}, {4}, [](In i, Out o, uint32_t n) { KVAudioInt16ToFloat(P<float>(o[0]), P<I16>(i[0]), n); }, 2, 4},
+    {"Int32ToFloat20", {4}, {4}, [](In i, Out o, uint32_t n) { KVAudioInt32ToFloat(P<float>(o[0]), P<I32>(i[0]), n, 20); }, 4, 4},
+    {"Int32ToFloat32", {4}, {4}, [](In i, Out o, uint32_t n) { KVAudioInt32ToFloat(P<float>(o[0]), P<I32>(i[0]), n, 32); }, 4, 4},
+    {"FloatToInt16", {4}, {2}, [](In i, Out o, uint32_t n) { KVAudioFloatToInt16(P<I16>(o[0]), P<float>(i[0]), n, nullptr); }, 4, 2},
+    {"FloatToInt16Dither", {4}, {2},
+     [](In i, Out o, uint32_t n) {
+       KVAudioDither d{0x123456789ull * n, n};
+       KVAudioFloatToInt16(P<I16>(o[0]), P<float>(i[0]), n, &d);
+     }, 4, 2},
+    {"FloatToInt24", {4}, {4},
+     [](In i, Out o, uint32_t n) { KVAudioFloatToInt32(P<I32>(o[0]), P<float>(i[0]), n, 24, nullptr); }, 4, 4},
+    {"FloatToInt32", {4}, {4},
+     [](In i, Out o, uint32_t n) { KVAudioFloatToInt32(P<I32>(o[0]), P<float>(i[0]), n, 32, nullptr); }, 4, 4},
+    {"FloatToInt32Dither", {4}, {4},
+     [](In i, Out o, uint32_t n) {
+       KVAudioDither d{~uint64_t{n}, 0xFFFFFFF0u};
+       KVAudioFloatToInt32(P<I32>(o[0]), P<float>(i[0]), n, 32, &d);
+     }, 4, 4},
 };
 
 }  // namespace kvtest

@@ -1,4 +1,4 @@
-// Interleave family: plain loop and AVX2 kernel give the same bytes at every length and shape.
+// Interleave, AES3 and AoIP kernels: plain loop and AVX2 kernel give the same bytes at every length and shape.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -6,22 +6,23 @@
 #include <string>
 
 #include "equivalence.h"
-#include "interleave_calls.h"
+#include "kernel_calls.h"
 
 namespace {
 
-using kvtest::InterleaveCall;
+using kvtest::KernelCall;
 
-class InterleaveEquivalence : public testing::TestWithParam<InterleaveCall> {};
+kvtest::BufferShape ShapeOf(const KernelCall &c) { return {c.inBytes, c.outBytes, c.inAlign, c.outAlign, c.inPrefix}; }
 
-TEST_P(InterleaveEquivalence, SameBytesForEveryLength) {
+class KernelEquivalence : public testing::TestWithParam<KernelCall> {};
+
+TEST_P(KernelEquivalence, SameBytesForEveryLength) {
   if (!kvaudio::frame::HostHasAvx2()) GTEST_SKIP() << "host without AVX2";
-  const InterleaveCall &f = GetParam();
-  kvtest::ExpectSameBytesForEveryLength(f.name, {f.inBytes, f.outBytes}, f.run);
+  kvtest::ExpectSameBytesForEveryLength(GetParam().name, ShapeOf(GetParam()), GetParam().run);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, InterleaveEquivalence, testing::ValuesIn(kvtest::kInterleaveCalls),
-                         [](const testing::TestParamInfo<InterleaveCall> &i) { return std::string(i.param.name); });
+INSTANTIATE_TEST_SUITE_P(All, KernelEquivalence, testing::ValuesIn(kvtest::kKernelCalls),
+                         [](const testing::TestParamInfo<KernelCall> &i) { return std::string(i.param.name); });
 
 // Jobs writing 16 MiB or more bypass the caches when every destination is 16-byte aligned.
 TEST(InterleaveEquivalenceLarge, SameBytesWhenStreaming) {
@@ -30,11 +31,11 @@ TEST(InterleaveEquivalenceLarge, SameBytesWhenStreaming) {
                                    "Deinterleave32to16_16", "Deinterleave24to16", "DeInterleave16to32",
                                    "Interleave16to16", "Interleave16to16_16", "Interleave32to32",
                                    "Interleave16to32_16"};
-  for (const auto &f : kvtest::kInterleaveCalls) {
+  for (const auto &f : kvtest::kKernelCalls) {
     if (std::find(std::begin(streaming), std::end(streaming), f.name) == std::end(streaming)) continue;
     const size_t outBytes = std::accumulate(f.outBytes.begin(), f.outBytes.end(), size_t{0});
     // Outputs sit 13 + 3 = 16 bytes into a vector (streaming allowed), inputs 14 (unaligned).
-    kvtest::ExpectSameBytes(f.name, {f.inBytes, f.outBytes}, f.run, (size_t{16} << 20) / outBytes + 13, 13, 0);
+    kvtest::ExpectSameBytes(f.name, ShapeOf(f), f.run, (size_t{16} << 20) / outBytes + 13, 13, 0);
   }
 }
 
