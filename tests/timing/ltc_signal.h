@@ -62,13 +62,14 @@ struct Report {
 };
 
 // Sets up the decoder afresh for the layout (at another rate first, so that the set-up is not
-// skipped), then decodes the stream in chunks cycling through `chunks` sample frames.
+// skipped; a rate with the same low 16 bits leaves it alone), then decodes the stream in chunks cycling through `chunks` sample frames.
 inline std::vector<Report> DecodeInChunks(const std::vector<uint8_t> &stream, size_t frameBytes,
                                           uint32_t sampleRate, uint32_t bits, int stereo, int channel,
                                           const Rate &r, const std::vector<size_t> &chunks) {
   kvaudio::ltc::ResetDecoderForTesting();
   smpteSetup(8000, bits, stereo, channel, r.flags, 0);
   smpteSetup(static_cast<int32_t>(sampleRate), bits, stereo, channel, r.flags, 0);
+  smpteSetup(static_cast<int32_t>(sampleRate + 65536), 24 - bits, !stereo, !channel, r.flags, 0);  // same 16 low bits: ignored
   std::vector<uint8_t> copy(stream);
   std::vector<Report> reports;
   const size_t total = copy.size() / frameBytes;

@@ -244,39 +244,33 @@ TEST(LtcDetector, IgnoresCrossingsTooCloseToThePreviousOneAndEmptyBuffers) {
   }
 }
 
-// Set-up picks the detector and the first period only when the 16-bit rate changes.
-TEST(LtcDecoderSetup, SameRateLeavesTheDecoderAlone) {
-  kvaudio::ltc::ResetDecoderForTesting();
-  EXPECT_EQ(decoder.current, &decoder.zx16);
-  ASSERT_EQ(smpteSetup(44100, 8, 1, 1, 0, 0), 0u);
-  EXPECT_EQ(decoder.current, &decoder.zx16);
-  ASSERT_EQ(smpteSetup(48000, 8, 1, 1, 0, 0), 0u);
-  EXPECT_EQ(decoder.current, &decoder.zx8L);
-  EXPECT_EQ(std::vector<int>({decoder.period, decoder.mid, decoder.lo, decoder.hi}), std::vector<int>({22, 17, 6, 27}));
-  ASSERT_EQ(smpteSetup(48000 + 65536, 16, 0, 0, 0, 0), 0u);  // same low 16 bits
-  EXPECT_EQ(decoder.current, &decoder.zx8L);
-  const int32_t cases[][4] = {{32000, 8, 0, 0}, {44100, 8, 1, 0}, {48000, 16, 0, 7}, {32000, 16, 1, -1}, {44100, 16, 2, 0}};
-  const CCrossDetector *want[] = {&decoder.zx8, &decoder.zx8R, &decoder.zx16, &decoder.zx16L, &decoder.zx16R};
-  for (size_t i = 0; i < std::size(cases); ++i) {
-    const auto &c = cases[i];
-    ASSERT_EQ(smpteSetup(c[0], uint32_t(c[1]), c[2], c[3], 0, 0), 0u);
-    EXPECT_EQ(decoder.current, want[i]) << i;
-  }
-}
-
 const std::vector<size_t> kChunks = {1, 7, 333, 1601};
 constexpr uint32_t kFirst = 1790;  // crosses the first dropped minute at 29.97
 constexpr uint32_t kFrames = 300;
 
-using Param = std::tuple<ltctest::Rate, uint32_t, uint32_t, bool>;  // rate, sample rate, bits, backwards
+enum Layout { kForwards, kBackwards, kStereo };
+using Param = std::tuple<ltctest::Rate, uint32_t, uint32_t, Layout>;  // rate, sample rate, bits, layout
 class LtcRoundTrip : public testing::TestWithParam<Param> {};
+
+// The mono stream as one channel of a stereo pair (the first at 8 bits, the second at 16) whose
+// other channel swings full scale at every sample.
+std::vector<uint8_t> AsStereo(const std::vector<uint8_t> &mono, size_t width) {
+  std::vector<uint8_t> out;
+  for (size_t i = 0; i < mono.size(); i += width) {
+    const uint8_t high = i / width % 2 ? 0xFF : 0x00;  // 16 bits: 0x7FFF or 0x8000, little-endian
+    if (width == 1) out.insert(out.end(), {mono[i], high});
+    else out.insert(out.end(), {high, uint8_t(high ^ 0x80), mono[i], mono[i + 1]});
+  }
+  return out;
+}
 
 // After the chunk in which the first frame completes (read while the period still adapts), each
 // chunk reports new exactly the last accepted frame that completes in it (a frame completes on
 // the transition that opens the next one in playing order; backwards only frames whose first bit
 // is 0 are accepted), and otherwise nothing or the previous report again.
 TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
-  const auto &[rate, sampleRate, bits, backwards] = GetParam();
+  const auto &[rate, sampleRate, bits, layout] = GetParam();
+  const bool backwards = layout == kBackwards;
   SCOPED_TRACE(rate.name);
   const auto run = ltctest::EncodeRun(sampleRate, bits, rate, kFirst, kFrames);
   const size_t width = bits / 8, total = run.bytes.size() / width;
@@ -290,7 +284,9 @@ TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
   std::vector<uint8_t> stream(run.bytes);
   for (size_t i = 0; backwards && i < total / 2; ++i)
     std::swap_ranges(&stream[i * width], &stream[(i + 1) * width], &stream[(total - 1 - i) * width]);
-  const auto reports = ltctest::DecodeInChunks(stream, width, sampleRate, bits, 0, 0, rate, kChunks);
+  if (layout == kStereo) stream = AsStereo(stream, width);
+  const auto reports = ltctest::DecodeInChunks(stream, width * (layout == kStereo ? 2 : 1), sampleRate, bits,
+                                               layout == kStereo, bits == 8, rate, kChunks);
   bool started = false;
   size_t newCount = 0;
   uint32_t previous = 0xFFFFFFFF;
@@ -324,7 +320,7 @@ TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
   EXPECT_EQ(decoder.position, 0u) << "samples since the last good decode";
   EXPECT_EQ(kvaudio::ltc::m_dwBadCount, 0u);
   // Silence reports nothing and leaves the outputs alone, unless asked for the last frame.
-  std::vector<uint8_t> silence(6000, bits == 8 ? 128 : 0);
+  std::vector<uint8_t> silence(12000, bits == 8 ? 128 : 0);
   for (uint32_t tcIn : {0u, 0xFFFFFFFFu}) {
     smpteDecodeSetBuffer(silence.data(), 3000);
     uint32_t tc = tcIn, ub = 0, flags = rate.decodeIn;
@@ -336,6 +332,7 @@ TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, LtcRoundTrip, testing::Combine(testing::ValuesIn(ltctest::kRates), testing::Values(44100u, 48000u),
-                                                         testing::Values(8u, 16u), testing::Bool()));
+                                                         testing::Values(8u, 16u),
+                                                         testing::Values(kForwards, kBackwards, kStereo)));
 
 }  // namespace
