@@ -14,10 +14,7 @@ struct Step {
   unsigned consumed;
   uint32_t accumulated, remaining;
   uint8_t state;
-  bool operator==(const Step &o) const {
-    return result == o.result && interval == o.interval && consumed == o.consumed && accumulated == o.accumulated &&
-           remaining == o.remaining && state == o.state;
-  }
+  bool operator==(const Step &) const = default;
 };
 
 // Sample frames whose channel holds runs of 1..80 samples of values at and around the thresholds

@@ -193,22 +193,13 @@ TEST(Meter, WeightSetsGainAndGate) {
   EXPECT_EQ(two.s.relativeGate, 10);
 }
 
-// The published tables (the RLB one at every rate); the shelf design next to 48 kHz is close to its table.
-TEST(Filter, TablesAndDesignNear48kHz) {
-  itu1770_filter pre, rlb, f;
+// The published tables, the RLB one at every rate.
+TEST(Filter, PublishedTables) {
+  itu1770_filter pre, rlb;
   filter_init_pre_filter(&pre, 48000);
   filter_init_rlb_filter(&rlb, 8000);
-  filter_init_pre_filter(&f, 47999);
   EXPECT_EQ(0, std::memcmp(&pre.a0, kPre48k, sizeof kPre48k));
   EXPECT_EQ(0, std::memcmp(&rlb.a0, kRlb48k, sizeof kRlb48k));
-  EXPECT_EQ(pre.z1, 0.0);
-  EXPECT_NEAR(f.a1, pre.a1, 1e-4);
-  EXPECT_NEAR(f.b0, pre.b0, 1e-4);
-  EXPECT_FLOAT_EQ(calculate_ampl_from_db(10.0f), 10.0f);
-  EXPECT_FLOAT_EQ(calculate_ampl_from_db(1.5f), 1.4125376f);
-  const float v[] = {1.0f, -2.0f, 3.0f};
-  EXPECT_FLOAT_EQ(calculate_mean_square(v, 3), 14.0f / 3.0f);
-  EXPECT_EQ(calculate_mean_square(v, 0), 0.0f);
 }
 
 }  // namespace
