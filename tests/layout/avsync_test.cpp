@@ -48,23 +48,15 @@ std::vector<T> Noise(size_t samples, int shift, uint64_t seed) {
   return v;
 }
 
-TEST(AvSyncLength, PerRate) {
-  struct Case { uint32_t rate, code, length; };
-  for (const Case &c :
-       {Case{48000, kOk, 756}, {44100, kOk, 693}, {16000, kOk, 252}, {96000, kOk, 1512}, {15999, kBad, 0},
-        {0, kBad, 0}}) {
-    uint32_t length = 77;
-    EXPECT_EQ(KVAudioAVSyncPulseGetLength(c.rate, &length), c.code) << c.rate;
-    EXPECT_EQ(length, c.length) << c.rate;
-  }
-  EXPECT_EQ(KVAudioAVSyncPulseGetLength(48000, nullptr), kBad);
-}
-
 TEST(AvSyncBurst, ChipSignsAndEnvelope) {
   for (uint32_t rate : kRates) {
     const auto p = AvSyncBurst(rate);
     const size_t k = AvSyncChipLength(rate), length = p.size(), edge = rate / 1000;
+    uint32_t announced = 0;
+    ASSERT_EQ(KVAudioAVSyncPulseGetLength(rate, &announced), kOk);
     ASSERT_EQ(length, 63 * k);
+    ASSERT_EQ(announced, length);
+    ASSERT_EQ(length, rate == 44100 ? 693 : rate == 16000 ? 252 : length) << "63 chips of rate / 4000 samples, rounded";
     // p / sin(x) is the chip sign times the edge envelope: one sign per chip, 1 away from the ends.
     std::vector<int> sign(63, 0);
     for (size_t j = 1; j + 1 < length; ++j) {
@@ -80,6 +72,10 @@ TEST(AvSyncBurst, ChipSignsAndEnvelope) {
     EXPECT_EQ(sign[0], -1);
     EXPECT_TRUE(p[0] == 0.0 && p[length - 1] == 0.0);
   }
+  uint32_t length = 77;
+  for (uint32_t rate : {0u, 15999u}) EXPECT_EQ(KVAudioAVSyncPulseGetLength(rate, &length), kBad) << rate;
+  EXPECT_EQ(length, 0u);
+  EXPECT_EQ(KVAudioAVSyncPulseGetLength(48000, nullptr), kBad);
 }
 
 // The burst mixed into `frames` periods of 3 channels holding `fill`, from period 5 on.

@@ -173,6 +173,7 @@ TEST(NullArguments, DocumentedResults) {
       {"audGenSetAngle", [] { return audGenSetAngle(nullptr, 90); }, 0},
       {"audGenGetBufferSize", [] { return audGenGetBufferSize(nullptr); }, 0},
       {"audGenFillBuffer", [&] { return audGenFillBuffer(nullptr, samples, sizeof samples); }, 0},
+      {"audGenClose", [] { return audGenClose(nullptr); }, 0},
       {"ebu_r128_process_and_calculate",
        [&] { return ebu_r128_process_and_calculate(nullptr, 2, samples, &word, 0); }, 0},
       {"ebu_r128_process_samples on a record without channels",
