@@ -214,41 +214,36 @@ TEST(EngineRule, FlagsAndRuleMaskSelectRules) {
   }
 }
 
-// Counter B advances by each frame's own length: the 29.97 fps cadence 1602, 1601, ...
-TEST(EngineRun, CadenceMovesTheSamplePosition) {
+// Counter B advances by each frame's own length (the 29.97 fps cadence 1602, 1601, ...) and events
+// take their sample positions from it. After a reset the same audio gives the same events, report and
+// frame records, with their rule windows and run state, byte for byte.
+TEST(EngineRun, CadenceAndReset) {
   const std::vector<uint32_t> cadence = {1602, 1601, 1602, 1601, 1602};
-  const Outcome run = Analyse(kvaudqcConfig{}, 40, [](uint64_t i, Frame &f) { if (i >= 22 && i < 27) Scale(0, 0)(i, f); },
-                              true, cadence);
-  uint64_t position = 0;
-  for (size_t i = 0; i < run.records.size(); ++i) {
-    EXPECT_EQ(std::tie(run.records[i].frameIndex, run.records[i].samplePosition), std::tie(i, position));
-    position += cadence[i % 5];
-  }
-  EXPECT_EQ(std::tie(run.report.frames, run.report.samples), std::make_tuple(40ull, position));
-  // The default window spans the last 30 frames, the five silent ones among them.
-  EXPECT_EQ(std::tie(run.records.back().detect[0].windowFill, run.records.back().detect[0].windowCount), std::make_tuple(30u, 5u));
-  const auto silence = OfRule(run, 1);  // from four whole cadences and two frames, one cadence long
-  ASSERT_EQ(silence.size(), 1u);
-  EXPECT_EQ(std::tie(silence[0].startB, silence[0].samples, silence[0].endB),
-            std::make_tuple(4ull * 8008 + 1602 + 1601, 8008ull, 5ull * 8008 + 1602 + 1601));
-}
-
-TEST(EngineRun, ResetRunsTheSameAnalysisAgain) {
   kvaudqcConfig config{};
   config.flags = 15 | 32;
   kvqcAudioEngine *e = kvqcAudioOpen(&config);
-  const auto faults = [](uint64_t i, Frame &f) { if (i >= 100 && i < 150) Scale(0, i < 140)(i, f); };
-  const Outcome first = Feed(e, 300, faults, true);
+  const auto faults = [](uint64_t i, Frame &f) { if (i >= 102 && i < 152) Scale(0, i < 142)(i, f); };
+  const Outcome first = Feed(e, 300, faults, true, cadence);
   ASSERT_EQ(kvqcAudioReset(e), 0);
-  const Outcome second = Feed(e, 300, faults, true);
+  const Outcome second = Feed(e, 300, faults, true, cadence);
   kvqcAudioClose(e);
   ASSERT_GE(first.events.size(), 4u);  // silence, then the right channel gone, each with its dropout
   ASSERT_EQ(second.events.size(), first.events.size());
   EXPECT_EQ(0, std::memcmp(first.events.data(), second.events.data(), first.events.size() * sizeof(kvaudqcEvent)));
   EXPECT_EQ(0, std::memcmp(&first.report, &second.report, sizeof first.report));
-  // Every frame record, with its rule windows and run state, is the same too.
-  for (size_t i = 0; i < first.records.size(); ++i)
+  uint64_t position = 0;
+  for (size_t i = 0; i < first.records.size(); ++i) {
+    EXPECT_EQ(std::tie(first.records[i].frameIndex, first.records[i].samplePosition), std::tie(i, position));
     ASSERT_EQ(0, std::memcmp(&first.records[i], &second.records[i], sizeof(kvaudqcFrameAnalyze))) << "frame " << i;
+    position += cadence[i % 5];
+  }
+  EXPECT_EQ(std::tie(first.report.frames, first.report.samples), std::make_tuple(300ull, position));
+  for (const kvaudqcEvent &ev : first.events)
+    EXPECT_EQ(std::tie(ev.startB, ev.endB),
+              std::tie(first.records[ev.startA].samplePosition, first.records[ev.endA + 1].samplePosition));
+  // The default window spans the last 30 frames, the ten silent ones among them.
+  const kvaudqcDetect &silence = first.records[161].detect[0];
+  EXPECT_EQ(std::tie(silence.windowFill, silence.windowCount), std::make_tuple(30u, 10u));
 }
 
 TEST(EngineRun, BadArgumentsAndSequence) {
@@ -276,11 +271,6 @@ TEST(EngineRun, BadArgumentsAndSequence) {
     EXPECT_EQ(kvqcAudioGetEvents(e, first, capacity, capacity ? &ev : nullptr, &n), 0);
     EXPECT_EQ(n, first == 0 && capacity ? 1u : 0u);
   }
-  EXPECT_EQ(std::tie(ev.rule, ev.startA, ev.endA, ev.endB), std::make_tuple(1u, 0u, 99u, 100u * kFrame));
-  EXPECT_EQ(kvqcAudioReset(e), 0);
-  ASSERT_EQ(kvqcAudioGetEventCount(e, &n), 0);
-  EXPECT_EQ(n, 0u);
-  EXPECT_EQ(kvqcAudioFrame(e, pcm.data(), kFrame, nullptr), 0);
   EXPECT_EQ(kvqcAudioClose(e), 0);
 
   // Configurations the analysis does not take refuse frames but finish cleanly.
@@ -292,7 +282,6 @@ TEST(EngineRun, BadArgumentsAndSequence) {
     kvaudqcReport report;
     EXPECT_EQ(kvqcAudioFrame(b, pcm.data(), 1, nullptr), KVQC_ERROR);
     EXPECT_EQ(kvqcAudioFinish(b, &report), 0);
-    EXPECT_EQ(report.frames, 0u);
     kvqcAudioClose(b);
   }
 }

@@ -15,12 +15,7 @@ using kvaudio::qc::RuleFrame;
 constexpr uint64_t kFrameSamples = 1600;
 
 struct Engine {
-  std::unique_ptr<kvaudio::qc::AudioQcEngine> e;
-  explicit Engine(uint32_t window = 0) {
-    kvaudqcConfig c{};
-    c.ruleSettings[0] = window;
-    e = std::make_unique<kvaudio::qc::AudioQcEngine>(&c);
-  }
+  std::unique_ptr<kvaudio::qc::AudioQcEngine> e = std::make_unique<kvaudio::qc::AudioQcEngine>(nullptr);
   // Feeds rule `rule` one frame per character of `pattern` ('#' holds, '.' clear); frame i has
   // position counters i and i * kFrameSamples.
   kvaudqcDetect Run(uint32_t rule, const std::string &pattern, uint32_t minFrames, uint64_t first = 0) {
@@ -63,9 +58,7 @@ TEST(RuleTracker, MinimumRunsAndClosingFrame) {
       const auto [first, closing] = k.runs[i];
       EXPECT_EQ(std::tie(ev[i].rule, ev[i].startA, ev[i].endA, ev[i].startB, ev[i].endB, ev[i].reserved),
                 std::make_tuple(4u, first, closing - 1, first * kFrameSamples, closing * kFrameSamples, 0u));
-      EXPECT_EQ(std::tie(ev[i].frames, ev[i].samples), std::make_tuple(closing - first, (closing - first) * kFrameSamples));
     }
-    EXPECT_EQ(en.e->Tracker(4).detect.eventCount, k.runs.size());
   }
 }
 
@@ -112,7 +105,6 @@ TEST(RuleTracker, DetectState) {
   kvaudqcDetect d{};
   for (int i = 0; i < 2; ++i) en.e->UpdateTracker(9, en.e->Tracker(9), f, 1, 3000000000ull, &d);
   EXPECT_EQ(std::tie(d.runSamples, d.info), std::make_tuple(0xFFFFFFFFu, 42ull));
-  EXPECT_EQ(en.e->Tracker(9).runSamples, 6000000000ull);
 }
 
 }  // namespace
