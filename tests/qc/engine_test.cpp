@@ -1,10 +1,10 @@
 // QC engine runs on a clean stereo tone per video frame with faults written into chosen frames.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <functional>
-#include <set>
 #include <tuple>
 #include <vector>
 
@@ -40,7 +40,6 @@ std::vector<uint8_t> Pcm(const Frame &f, bool wide) {
   return out;
 }
 
-// A change to frame k of a fault.
 using Change = std::function<void(uint64_t k, Frame &f)>;
 
 Change Scale(double left, double right) {
@@ -73,8 +72,7 @@ struct Outcome {
   kvaudqcReport report{};
 };
 
-// Feeds frames 0 .. frames-1 of length lengths[i % lengths.size()] changed by `fault`, finishes
-// and reads the events.
+// Feeds frames of length lengths[i % lengths.size()] changed by `fault`, finishes and reads the events.
 Outcome Feed(kvqcAudioEngine *e, uint64_t frames, const Change &fault, bool keepRecords = false,
              const std::vector<uint32_t> &lengths = {kFrame}, bool wide = false) {
   Outcome run;
@@ -94,18 +92,11 @@ Outcome Feed(kvqcAudioEngine *e, uint64_t frames, const Change &fault, bool keep
   return run;
 }
 
-Outcome Analyse(const kvaudqcConfig &config, uint64_t frames, const Change &fault, bool keepRecords = false,
-                const std::vector<uint32_t> &lengths = {kFrame}) {
+Outcome Analyse(const kvaudqcConfig &config, uint64_t frames, const Change &fault, bool keepRecords = false) {
   kvqcAudioEngine *e = kvqcAudioOpen(&config);
-  Outcome run = Feed(e, frames, fault, keepRecords, lengths, config.bitsPerSample == 32);
+  Outcome run = Feed(e, frames, fault, keepRecords, {kFrame}, config.bitsPerSample == 32);
   kvqcAudioClose(e);
   return run;
-}
-
-std::vector<kvaudqcEvent> OfRule(const Outcome &run, uint32_t rule) {
-  std::vector<kvaudqcEvent> out;
-  std::copy_if(run.events.begin(), run.events.end(), std::back_inserter(out), [&](const auto &e) { return e.rule == rule; });
-  return out;
 }
 
 struct Case {
@@ -161,11 +152,11 @@ class EngineRule : public ::testing::TestWithParam<Case> {};
 
 TEST_P(EngineRule, FaultRaisesOneEventWhereItIs) {
   const Case &c = GetParam();
-  EXPECT_TRUE(OfRule(c.Run(c.miss), c.rule).empty());
+  EXPECT_EQ(c.Run(c.miss).report.eventsPerRule[c.rule - 1], 0u);
   const Outcome run = c.Run(c.hit);
-  const auto events = OfRule(run, c.rule);
-  ASSERT_EQ(events.size(), 1u);
-  const kvaudqcEvent &e = events[0];
+  ASSERT_EQ(run.report.eventsPerRule[c.rule - 1], 1u);
+  const kvaudqcEvent &e =
+      *std::find_if(run.events.begin(), run.events.end(), [&](const kvaudqcEvent &x) { return x.rule == c.rule; });
   EXPECT_EQ(std::tie(e.frames, e.samples, e.startB, e.endB),
             std::make_tuple(e.endA - e.startA + 1, e.endB - e.startB, e.startA * kFrame, (e.endA + 1) * kFrame));
   EXPECT_GT(e.channelMask, 0u);
@@ -174,7 +165,7 @@ TEST_P(EngineRule, FaultRaisesOneEventWhereItIs) {
   EXPECT_LE(e.startA, c.first + c.lag);
   EXPECT_GE(e.endA + 1, std::min(end, c.total));
   EXPECT_LE(e.endA + 1, std::min(end + c.lag, c.total));
-  EXPECT_EQ(std::tie(run.report.eventsPerRule[c.rule - 1], run.report.passed), std::make_tuple(1u, 0u));
+  EXPECT_EQ(run.report.passed, 0u);
   EXPECT_EQ(run.report.violations & 4u, c.rule == 6 ? 4u : 0u);  // over the true-peak maximum
   // The same audio left-justified in 32 bits gives the same events, byte for byte.
   const Outcome wide = c.Run(c.hit, 32);
@@ -185,32 +176,20 @@ TEST_P(EngineRule, FaultRaisesOneEventWhereItIs) {
 INSTANTIATE_TEST_SUITE_P(All, EngineRule, ::testing::ValuesIn(kCases),
                          [](const auto &info) { return std::string(info.param.name); });
 
-// flags bit 0: rule 1; bit 1: channel and level rules; bit 3: sample-error rules; reservedA[0]
-// narrows to single rules.
+// Rule r is bit r-1. flags bit 0 enables rule 1, bit 1 the channel and level rules 2 4 11 12 14 15 17, bit 2
+// the loudness rules 5 6 7 8 18, bit 3 the sample-error rules 3 9 10 13 16; reservedA[0] narrows to single rules.
 TEST(EngineRule, FlagsAndRuleMaskSelectRules) {
-  const Change faults = [](uint64_t i, Frame &f) {
-    if (i >= 10 && i < 20) Scale(0, 0)(0, f);  // programme silence, its start a dropout
-    if (i == 30) AddLeft({200}, 0.78)(0, f);
-  };
-  // Rule r is bit r-1: channel and level rules 2 4 11 12 14 15 17, loudness rules 5 6 7 8 18, sample-error
-  // rules 3 9 10 13 16.
   const uint32_t level = 0x16C0A, loudness = 0x200F0, samples = 0x9304;
-  struct {
-    uint32_t flags, mask;
-    std::set<uint32_t> rules;  // rules with events
-    uint32_t enabled;          // rules whose detect record is live
-  } cases[] = {{15, 0, {1, 9, 13}, 0x3FFFF}, {1, 0, {1}, 1},          {8, 0, {9, 13}, samples},
-               {15, 1u << 8, {9}, 1u << 8}, {6, 0, {}, level | loudness}, {2, 1, {}, 0}};
-  for (const auto &c : cases) {
+  const uint32_t cases[][3] = {{15, 0, 0x3FFFF},       {1, 0, 1},  {8, 0, samples},  // flags, mask, rules that run
+                               {15, 1u << 8, 1u << 8}, {6, 0, level | loudness}, {2, 1, 0}};
+  for (const auto &[flags, mask, enabled] : cases) {
     kvaudqcConfig config{};
-    config.flags = c.flags;
-    config.reservedA[0] = c.mask;
-    const Outcome run = Analyse(config, 40, faults, true);
-    std::set<uint32_t> rules;
-    uint32_t live = 0;
-    for (const kvaudqcEvent &e : run.events) rules.insert(e.rule);
+    config.flags = flags;
+    config.reservedA[0] = mask;
+    const Outcome run = Analyse(config, 2, [](uint64_t, Frame &) {}, true);
+    uint32_t live = 0;  // rules whose detect record is live
     for (uint32_t r = 1; r <= 18; ++r) live |= (run.records.back().detect[r - 1].state != 0) << (r - 1);
-    EXPECT_EQ(std::tie(rules, live), std::tie(c.rules, c.enabled)) << "flags " << c.flags << " mask " << c.mask;
+    EXPECT_EQ(live, enabled) << "flags " << flags << " mask " << mask;
   }
 }
 
@@ -247,8 +226,7 @@ TEST(EngineRun, CadenceAndReset) {
 }
 
 TEST(EngineRun, BadArgumentsAndSequence) {
-  kvaudqcConfig config{};
-  kvqcAudioEngine *e = kvqcAudioOpen(&config);
+  kvqcAudioEngine *e = kvqcAudioOpen(nullptr);
   const std::vector<int16_t> pcm(2 * kFrame, 0);
   kvaudqcEvent ev;
   uint32_t n = 0;
