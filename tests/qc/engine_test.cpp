@@ -32,9 +32,8 @@ std::vector<uint8_t> Pcm(const Frame &f, bool wide) {
   std::vector<uint8_t> out;
   for (size_t i = 0; i < f.l.size(); ++i)
     for (double x : {f.l[i], f.r[i]}) {
-      const auto s16 = static_cast<int16_t>(std::lround(std::fmin(x * 32768.0, 32767.0)));
-      const auto s32 = static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint16_t>(s16)) << 16);
-      const auto *bytes = wide ? reinterpret_cast<const uint8_t *>(&s32) : reinterpret_cast<const uint8_t *>(&s16);
+      const int32_t s = static_cast<int32_t>(std::lround(std::fmin(x * 32768.0, 32767.0))) * (wide ? 65536 : 1);
+      const auto *bytes = reinterpret_cast<const uint8_t *>(&s);  // little-endian: 16 bits are the low two bytes
       out.insert(out.end(), bytes, bytes + (wide ? 4 : 2));
     }
   return out;
@@ -252,12 +251,11 @@ TEST(EngineRun, BadArgumentsAndSequence) {
   EXPECT_EQ(kvqcAudioClose(e), 0);
 
   // Configurations the analysis does not take refuse frames but finish cleanly.
-  for (auto change : {+[](kvaudqcConfig &c) { c.bitsPerSample = 24; }, +[](kvaudqcConfig &c) { c.channels = 65; },
-                      +[](kvaudqcConfig &c) { c.sampleRate = 4000; }}) {
-    kvaudqcConfig bad{};
-    change(bad);
-    kvqcAudioEngine *b = kvqcAudioOpen(&bad);
-    kvaudqcReport report;
+  kvaudqcConfig bad[3] = {};
+  bad[0].bitsPerSample = 24, bad[1].channels = 65, bad[2].sampleRate = 4000;
+  kvaudqcReport report;
+  for (const kvaudqcConfig &config : bad) {
+    kvqcAudioEngine *b = kvqcAudioOpen(&config);
     EXPECT_EQ(kvqcAudioFrame(b, pcm.data(), 1, nullptr), KVQC_ERROR);
     EXPECT_EQ(kvqcAudioFinish(b, &report), 0);
     kvqcAudioClose(b);

@@ -16,8 +16,7 @@ constexpr uint64_t kFrameSamples = 1600;
 
 struct Engine {
   std::unique_ptr<kvaudio::qc::AudioQcEngine> e = std::make_unique<kvaudio::qc::AudioQcEngine>(nullptr);
-  // Feeds rule `rule` one frame per character of `pattern` ('#' holds, '.' clear); frame i has
-  // position counters i and i * kFrameSamples.
+  // Feeds rule `rule` a frame per character of `pattern` ('#' holds, '.' clear) at i and i * kFrameSamples.
   kvaudqcDetect Run(uint32_t rule, const std::string &pattern, uint32_t minFrames, uint64_t first = 0) {
     kvaudqcDetect d{};
     for (size_t i = 0; i < pattern.size(); ++i) {
@@ -40,11 +39,9 @@ TEST(RuleTracker, MinimumRunsAndClosingFrame) {
     bool finish;
     std::vector<std::pair<uint64_t, uint64_t>> runs;  // (first frame, closing frame)
   } cases[] = {
-      {"..........##......", 3, false, {}},  {"..........###.....", 3, false, {{10, 13}}},
-      {"#.#", 1, false, {{0, 1}}},           {"###.###.", 3, false, {{0, 3}, {4, 7}}},
-      {"##.##.", 3, false, {}},              {"#####.", 0, false, {{0, 5}}},
-      {"....####", 3, false, {}},            {"....####", 3, true, {{4, 8}}},
-      {"...##", 3, true, {}},
+      {"..........##......", 3, false, {}}, {"..........###.....", 3, false, {{10, 13}}},
+      {"###.###.", 3, false, {{0, 3}, {4, 7}}}, {"##.##.", 3, false, {}},
+      {"....####", 3, false, {}}, {"....####", 3, true, {{4, 8}}}, {"...##", 3, true, {}},
   };
   for (const auto &k : cases) {
     SCOPED_TRACE(k.pattern);
@@ -89,7 +86,6 @@ TEST(RuleTracker, Ratio) {
 // state: 1 below the minimum, 2 from the minFrames-th frame on, 1 with zero counts when clear.
 TEST(RuleTracker, DetectState) {
   Engine en;
-  EXPECT_EQ(en.e->Tracker(5).detect.state, 0u);
   const uint32_t expected[] = {1, 1, 2, 2, 1};
   const std::string pattern = "####.";
   for (size_t i = 0; i < pattern.size(); ++i) {
