@@ -46,10 +46,11 @@ TEST(QcAnalyze, RefusedArguments) {
 }
 
 // Digital silence: nothing measured, so not below target. One frame or no rate: every window is the whole buffer.
-// Otherwise momentary is the loudness of the last 400 ms alone, short-term that of the last 3 s.
-TEST(QcAnalyze, Windows) {
-  const kvaudqcLoudness r = Loudness(std::vector<int16_t>(2 * 48000 * 4, 0), 2);
-  EXPECT_EQ(std::tie(r.integrated, r.momentary, r.shortTerm, r.truePeak, r.range, r.violations),
+// Otherwise momentary is the loudness of the last 400 ms alone, short-term that of the last 3 s. The mean is over
+// frames, not channels; weight-0 positions are skipped.
+TEST(QcAnalyze, WindowsAndWeights) {
+  const kvaudqcLoudness zero = Loudness(std::vector<int16_t>(2 * 48000 * 4, 0), 2);
+  EXPECT_EQ(std::tie(zero.integrated, zero.momentary, zero.shortTerm, zero.truePeak, zero.range, zero.violations),
             std::make_tuple(-200.0, -200.0, -200.0, -200.0, 0.0, 0u));
 
   const kvaudqcLoudness one = Loudness({1000, -2000}, 2);
@@ -64,10 +65,7 @@ TEST(QcAnalyze, Windows) {
   const kvaudqcLoudness tail = Loudness(pcm, 1);
   EXPECT_NEAR(tail.momentary, Loudness(loud, 1).integrated, 1e-9);
   EXPECT_NEAR(tail.shortTerm, Loudness({pcm.begin() + 48000, pcm.end()}, 1).integrated, 1e-9);
-}
 
-// The mean is over frames, not channels; weight-0 positions are skipped.
-TEST(QcAnalyze, FullScaleSquareOnOneChannel) {
   std::vector<int16_t> stereo(2 * 4800, 0);
   for (size_t f = 0; f < 4800; ++f) stereo[2 * f] = f % 2 ? 32767 : -32767;
   const kvaudqcLoudness r = Loudness(stereo, 2);

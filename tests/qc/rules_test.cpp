@@ -30,9 +30,8 @@ struct Engine {
   }
 };
 
-// Runs shorter than the minimum vanish; a run of at least the minimum closes on the first clear
-// frame, or at the end when finished (twice: the second adds nothing). The detect record is read
-// after the last frame: state 1 below the minimum and when clear, 2 from the minFrames-th frame on.
+// Runs shorter than the minimum vanish; longer ones close on the first clear frame, or when finished (twice adds
+// nothing). The detect record after the last frame: state 1 below the minimum and when clear, 2 from then on.
 TEST(RuleTracker, MinimumRunsClosingFrameAndDetectState) {
   struct {
     std::string pattern;
