@@ -179,9 +179,8 @@ TEST(EngineRule, FlagsAndRuleMaskSelectRules) {
     kvaudqcConfig config{};
     config.flags = flags;
     config.reservedA[0] = mask;
-    kvqcAudioEngine *e = kvqcAudioOpen(&config);
-    const Outcome run = Feed(e, 2, [](uint64_t, Frame &) {}, true);
-    kvqcAudioClose(e);
+    std::unique_ptr<kvqcAudioEngine, int32_t (*)(kvqcAudioEngine *)> e(kvqcAudioOpen(&config), kvqcAudioClose);
+    const Outcome run = Feed(e.get(), 2, [](uint64_t, Frame &) {}, true);
     uint32_t live = 0;  // rules whose detect record is live
     for (uint32_t r = 1; r <= 18; ++r) live |= (run.records.back().detect[r - 1].state != 0) << (r - 1);
     EXPECT_EQ(live, enabled) << "flags " << flags << " mask " << mask;
@@ -194,12 +193,11 @@ TEST(EngineRun, CadenceAndReset) {
   const std::vector<uint32_t> cadence = {1602, 1601, 1602, 1601, 1602};
   kvaudqcConfig config{};
   config.flags = 15 | 32;
-  kvqcAudioEngine *e = kvqcAudioOpen(&config);
+  std::unique_ptr<kvqcAudioEngine, int32_t (*)(kvqcAudioEngine *)> e(kvqcAudioOpen(&config), kvqcAudioClose);
   const auto faults = [](uint64_t i, Frame &f) { if (i >= 102 && i < 152) Scale(0, i < 142)(i, f); };
-  const Outcome first = Feed(e, 300, faults, true, cadence);
-  ASSERT_EQ(kvqcAudioReset(e), 0);
-  const Outcome second = Feed(e, 300, faults, true, cadence);
-  kvqcAudioClose(e);
+  const Outcome first = Feed(e.get(), 300, faults, true, cadence);
+  ASSERT_EQ(kvqcAudioReset(e.get()), 0);
+  const Outcome second = Feed(e.get(), 300, faults, true, cadence);
   ASSERT_GE(first.events.size(), 4u);  // silence, then the right channel gone, each with its dropout
   ASSERT_EQ(second.events.size(), first.events.size());
   EXPECT_EQ(0, std::memcmp(first.events.data(), second.events.data(), first.events.size() * sizeof(kvaudqcEvent)));

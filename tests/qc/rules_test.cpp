@@ -1,4 +1,4 @@
-// Rule trackers through the internal engine: runs, minimum lengths, windows, detect records, events.
+// Rule trackers through the internal engine: runs, minimum lengths, detect records, maxima and events.
 #include <gtest/gtest.h>
 
 #include <memory>
