@@ -46,9 +46,11 @@ TEST(QcAnalyze, RefusedArguments) {
 }
 
 // Digital silence: nothing measured, so not below target. One frame or no rate: every window is the whole buffer.
-TEST(QcAnalyze, SilenceAndShortBuffers) {
-  const kvaudqcLoudness r = Loudness(std::vector<int16_t>(2 * 48000 * 4, 0), 2);
-  EXPECT_EQ(std::tie(r.integrated, r.momentary, r.shortTerm, r.truePeak, r.range, r.violations),
+// Otherwise momentary is the loudness of the last 400 ms alone, short-term that of the last 3 s. The mean is over
+// frames, not channels; weight-0 positions are skipped.
+TEST(QcAnalyze, WindowsAndWeights) {
+  const kvaudqcLoudness zero = Loudness(std::vector<int16_t>(2 * 48000 * 4, 0), 2);
+  EXPECT_EQ(std::tie(zero.integrated, zero.momentary, zero.shortTerm, zero.truePeak, zero.range, zero.violations),
             std::make_tuple(-200.0, -200.0, -200.0, -200.0, 0.0, 0u));
 
   const kvaudqcLoudness one = Loudness({1000, -2000}, 2);
@@ -56,10 +58,14 @@ TEST(QcAnalyze, SilenceAndShortBuffers) {
   EXPECT_GT(one.integrated, -100.0);
   const kvaudqcLoudness noRate = Loudness(Tone(100, 0.5), 1, nullptr, 1, 0);
   EXPECT_EQ(std::tie(noRate.momentary, noRate.shortTerm), std::tie(noRate.integrated, noRate.integrated));
-}
 
-// The mean is over frames, not channels; weight-0 positions are skipped.
-TEST(QcAnalyze, FullScaleSquareOnOneChannel) {
+  std::vector<int16_t> pcm = Tone(4 * 48000, 0.01);
+  const std::vector<int16_t> loud = Tone(19200, 0.5);
+  std::copy(loud.begin(), loud.end(), pcm.end() - 19200);
+  const kvaudqcLoudness tail = Loudness(pcm, 1);
+  EXPECT_NEAR(tail.momentary, Loudness(loud, 1).integrated, 1e-9);
+  EXPECT_NEAR(tail.shortTerm, Loudness({pcm.begin() + 48000, pcm.end()}, 1).integrated, 1e-9);
+
   std::vector<int16_t> stereo(2 * 4800, 0);
   for (size_t f = 0; f < 4800; ++f) stereo[2 * f] = f % 2 ? 32767 : -32767;
   const kvaudqcLoudness r = Loudness(stereo, 2);
@@ -71,23 +77,6 @@ TEST(QcAnalyze, FullScaleSquareOnOneChannel) {
   const kvaudqcLoudness lfe = Loudness(six, 6, "5.1-smpte");
   EXPECT_EQ(std::tie(lfe.layoutId, lfe.integrated), std::make_tuple(3u, -200.0));
   EXPECT_NEAR(Loudness(six, 6, "unknown layout").integrated, -0.6913, 1e-4);
-}
-
-// Loudness of mono frames [from, from + n), summed here: 10 log10(mean square) - 0.691.
-double Part(const std::vector<int16_t> &pcm, size_t from, size_t n) {
-  double sum = 0;
-  for (size_t f = from; f < from + n; ++f) sum += std::pow(pcm[f] / 32768.0, 2);
-  return 10 * std::log10(sum / n) - 0.691;
-}
-
-// Momentary is the last 400 ms, short-term the last 3 s.
-TEST(QcAnalyze, TailWindows) {
-  std::vector<int16_t> pcm = Tone(4 * 48000, 0.01);
-  const std::vector<int16_t> loud = Tone(19200, 0.5);
-  std::copy(loud.begin(), loud.end(), pcm.end() - 19200);
-  const kvaudqcLoudness r = Loudness(pcm, 1);
-  EXPECT_NEAR(r.momentary, Part(pcm, 4 * 48000 - 19200, 19200), 1e-9);
-  EXPECT_NEAR(r.shortTerm, Part(pcm, 48000, 3 * 48000), 1e-9);
 }
 
 TEST(QcAnalyze, Percentile) {
@@ -110,7 +99,6 @@ TEST(QcAnalyze, ViolationBits) {
       {"too loud", steady(onTarget * 2), 1, 2}, {"peak", spike, 1, 4}, {"range", wide, 1, 8 | 2},
       {"ATSC window", steady(onTarget), 2, 0},  // -24 +-2: -23 is inside
       {"unknown standard", steady(0.9), 8, 0}, {"no tolerance", steady(0.9), 100, 0},
-      {"loud and peaky", steady(1.0), 1, 2 | 4},
   };
   for (const auto &c : cases) {
     const kvaudqcLoudness r = Loudness(c.pcm, 1, nullptr, c.standard);
@@ -130,7 +118,6 @@ TEST(QcTruePeak, MasksAndValues) {
 
   ASSERT_EQ(kvqcAudioAnalyzeTruePeak(Bytes(pcm), 3, 2, 16, 48000, 2 | 0x100, &p), 0);
   EXPECT_EQ(std::tie(p.channelMask, p.peakDb[0], p.peakLinear[0], p.peakDb[1]), std::make_tuple(2ull, -200.0, 0.0, 0.0));
-
 
   const std::vector<int32_t> wide = {0, INT32_MIN, 0, 0};
   ASSERT_EQ(kvqcAudioAnalyzeTruePeak(reinterpret_cast<const uint8_t *>(wide.data()), 4, 1, 32, 48000, 0, &p), 0);
