@@ -40,20 +40,6 @@ TEST(Tcxlat, KnownAddresses) {
   }
 }
 
-TEST(Tcxlat, RoundTripAndDayWrap) {
-  for (uint32_t rate : {0x00u, 0x01u, 0x04u, 0x08u}) {
-    const uint32_t perDay = rate == 0x04 ? 2589408 : tcNominalRate(rate) * 86400;
-    for (uint32_t n = 0; n < perDay; n += 997) {
-      uint8_t o[4];
-      ASSERT_EQ(tc2String(n, rate | kToString, o), 0);
-      ASSERT_EQ(tc2Frame(Word(o), rate | kToFrame), n) << "rate " << rate;
-      uint8_t w[4];
-      tc2String(n + perDay, rate | kToString, w);
-      ASSERT_EQ(Word(w), Word(o));
-    }
-  }
-}
-
 TEST(Tcxlat, RejectsBadWords) {
   uint8_t out[4];
   EXPECT_EQ(tc2String(0, 0x08, out), -1);
