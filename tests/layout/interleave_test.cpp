@@ -28,14 +28,12 @@ struct Buf {
   }
 };
 
-// Words 1..count, or from `first` in steps of `step` when given.
 std::vector<uint32_t> Seq(size_t count, uint32_t first = 1, uint32_t step = 1) {
   std::vector<uint32_t> v(count);
   for (size_t i = 0; i < count; ++i) v[i] = first + step * static_cast<uint32_t>(i);
   return v;
 }
 
-// `count` untouched elements, then `tail`.
 std::vector<uint32_t> Untouched(size_t count, std::vector<uint32_t> tail = {}) {
   std::vector<uint32_t> v(count, kC);
   v.insert(v.end(), tail.begin(), tail.end());

@@ -81,12 +81,11 @@ TEST(Aes3RoundTrip, FourStereoPairsThroughWordsAndBack) {
   Bytes buf(4 + 32 * frames);
   for (uint32_t k = 0; k < 4; ++k) KVAudioInterleave16toAES316(buf.data(), &in[2 * k * frames], 2 * k, 0, frames, 0, 0);
   int16_t *o = out.data();
-  KVAudioDeinterleaveAES316to16(buf.data(), o, o + 2 * frames, o + 4 * frames, o + 6 * frames, frames);
-  EXPECT_EQ(in, out);
-  std::fill(out.begin(), out.end(), 7);
   KVAudioDeinterleaveAES316to16(buf.data(), nullptr, o + 2 * frames, o + 4 * frames, o + 6 * frames, frames);
   EXPECT_TRUE(std::equal(in.begin() + 2 * frames, in.end(), out.begin() + 2 * frames));
   EXPECT_EQ(out[0], 7);
+  KVAudioDeinterleaveAES316to16(buf.data(), o, o + 2 * frames, o + 4 * frames, o + 6 * frames, frames);
+  EXPECT_EQ(in, out);
 }
 
 // Places `width` bits of value LSB first from stream position q: byte q / 8, bit 7 - q % 8.
