@@ -170,7 +170,6 @@ TEST(AvSyncDetect, AgreesWithTheDirectForm) {
   ASSERT_EQ(KVAudioAVSyncPulseGenerate(buf.data(), 4000, 1, 16, 48000, 3000, 0), 0u);
   ASSERT_EQ(KVAudioAVSyncPulseGenerate(buf.data(), 4000, 1, 16, 48000, 1000, 0), 0u);
   const Result twice = Direct(buf, 1, 48000, 0);
-  EXPECT_EQ(twice.position, 1000u);
   ExpectAsDirect(buf, 1, 48000, 0, twice);
   ExpectAsDirect(buf, 1, 48000, 1.5, {2, kNone, twice.score});
 }

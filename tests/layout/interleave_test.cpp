@@ -126,14 +126,17 @@ const LayoutCase kLayoutCases[] = {
      Split<U32, U32, 4, AudioDeinterleave32to24>},
     {"Deinterleave24to16KeepsUpperHalf", Filled({32}, 4, 0x12345678), Filled(k4x4, 2, 0x1234), kN,
      Split<U32, U16, 4, AudioDeinterleave24to16>},
+    {"Deinterleave32to16_16KeepsUpperHalf", Filled({64}, 4, 0xFEDCBA98), Filled(k8x4, 2, 0xFEDC), kN,
+     Split<U32, U16, 8, AudioDeinterleave32to16_16>},
     {"Interleave16to24ShiftsBy16", Filled(k4x4, 2, 0x8000), Filled({32}, 4, 0x80000000), kN,
      Join<U16, U32, 4, AudioInterleave16to24, 8>},
+    {"Interleave16to32_16ShiftsBy16", Filled(k8x4, 2, 0xFFFF), Filled({64}, 4, 0xFFFF0000), kN,
+     Join<U16, U32, 8, AudioInterleave16to32_16, 16>},
     {"InterleavePair16to32ShiftsBy16", Filled({4}, 2, 0x8001), Filled({8}, 4, 0x80010000), kN,
      [](In i, Out o, uint32_t n) { AudioInterleavePair16to32(o[0], i[0], 0, 0, 2, n); }},
 };
 
-// Runs the call with its outputs pre-filled with canary bytes; every output must equal its expected
-// buffer (width 0: passed as null). tests/equivalence holds the AVX2 path to the plain one.
+// Outputs start as canary bytes and must end equal to their expected buffers (width 0: passed as null).
 class InterleaveLayout : public testing::TestWithParam<LayoutCase> {};
 
 TEST_P(InterleaveLayout, WritesExactlyTheExpectedElements) {

@@ -19,7 +19,6 @@ const Form kForms[] = {{"32", AudioRemap32Bit, AudioRemap32BitPairs, 4},
                        {"24", AudioRemap24Bit, AudioRemap24BitPairs, 3},
                        {"16", AudioRemap16Bit, AudioRemap16BitPairs, 2}};
 
-// Samples as little-endian bytes of the width (truncated).
 std::vector<uint8_t> Pack(const std::vector<int32_t> &v, size_t bytes) {
   std::vector<uint8_t> out;
   for (int32_t x : v)
