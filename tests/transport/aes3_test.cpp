@@ -45,8 +45,7 @@ TEST(Aes3Write16, HandBuiltWordsAtOffsetAndSlot) {
   for (uint32_t slot : {2u, 7u}) {
     Bytes buf(4 + 32 * 5, 0xEE);
     EXPECT_EQ(KVAudioInterleave16toAES316(buf.data(), stereo, slot, 3, 2, 2, 0), 0u);
-    EXPECT_EQ(buf[0], 0x82);
-    EXPECT_EQ(buf[1], 5);
+    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + 2), (Bytes{0x82, 5}));
     for (uint32_t i = 0; i < 4; ++i) {
       const uint32_t audio = static_cast<uint16_t>(stereo[i]) << 8;  // 16 bits at the top of 24
       const uint32_t first = i < 2, at = (slot + i % 2) % 8;
@@ -57,25 +56,20 @@ TEST(Aes3Write16, HandBuiltWordsAtOffsetAndSlot) {
   }
 }
 
-TEST(Aes3Write24, ParityIsCumulativeOverTheCall) {
+// Read back as 32-bit pairs at slot 5: the slot, block-start and C bits drop out; slot 6 keeps its 0xEE bytes.
+TEST(Aes3Write24, ParityIsCumulativeOverTheCallAndReadsBack) {
   // Audio popcounts 1, 1, 2, 2: running parity 1, 0, 0, 0; P = running XOR first = 0 throughout.
   const uint8_t packed[] = {0x01, 0x00, 0x00, 0x00, 0x80, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 0x81};
   const uint32_t audio[] = {0x000001, 0x008000, 0x000300, 0x810000};
   Bytes buf(4 + 32 * 5, 0xEE);
   KVAudioInterleave24toAES324(buf.data(), packed, 13, 1, 4, 0, 1);
-  EXPECT_EQ(buf[0], 0x80);
-  EXPECT_EQ(buf[1], 5);
-  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(WordAt(buf, 1 + i, 5), Subframe(5, audio[i], i == 0, 0)) << i;
-}
-
-TEST(Aes3Read, FieldsOfHandBuiltWords) {
-  // Frames of 10 words; slots 3 and 4 hold audio with control bits set.
-  Bytes buf(4 + 4 * 10 * 3, 0);
-  const uint32_t words[][2] = {{0xFABCDEF7u, 0x00000008u}, {0x7FFFFFFFu, 0x80000000u}, {0x12345678u, 0xF0000000u}};
-  for (size_t f = 0; f < 3; ++f) std::memcpy(buf.data() + 4 + (f * 10 + 3) * 4, words[f], 8);
-  std::vector<uint32_t> out(6);
-  KVAudioDeinterleaveAES324to32(out.data(), buf.data(), 3, 3, 10);
-  EXPECT_EQ(out, (std::vector<uint32_t>{0xABCDEF00u, 0, 0xFFFFFF00u, 0, 0x23456700u, 0}));
+  EXPECT_EQ(Bytes(buf.begin(), buf.begin() + 2), (Bytes{0x80, 5}));
+  std::vector<uint32_t> out(10);
+  KVAudioDeinterleaveAES324to32(out.data(), buf.data(), 5, 5, 8);
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(WordAt(buf, 1 + i, 5), Subframe(5, audio[i], i == 0, 0)) << i;
+    EXPECT_EQ(std::make_pair(out[2 + 2 * i], out[3 + 2 * i]), std::make_pair(audio[i] << 8, 0xEEEEEE00u)) << i;
+  }
 }
 
 // Four pairs written and read back. A null output is skipped (and keeps the call on the plain loop).
@@ -87,12 +81,11 @@ TEST(Aes3RoundTrip, FourStereoPairsThroughWordsAndBack) {
   Bytes buf(4 + 32 * frames);
   for (uint32_t k = 0; k < 4; ++k) KVAudioInterleave16toAES316(buf.data(), &in[2 * k * frames], 2 * k, 0, frames, 0, 0);
   int16_t *o = out.data();
-  KVAudioDeinterleaveAES316to16(buf.data(), o, o + 2 * frames, o + 4 * frames, o + 6 * frames, frames);
-  EXPECT_EQ(in, out);
-  std::fill(out.begin(), out.end(), 7);
   KVAudioDeinterleaveAES316to16(buf.data(), nullptr, o + 2 * frames, o + 4 * frames, o + 6 * frames, frames);
   EXPECT_TRUE(std::equal(in.begin() + 2 * frames, in.end(), out.begin() + 2 * frames));
   EXPECT_EQ(out[0], 7);
+  KVAudioDeinterleaveAES316to16(buf.data(), o, o + 2 * frames, o + 4 * frames, o + 6 * frames, frames);
+  EXPECT_EQ(in, out);
 }
 
 // Places `width` bits of value LSB first from stream position q: byte q / 8, bit 7 - q % 8.
@@ -146,12 +139,6 @@ TEST(AesebuWrite, BlockLayoutAndHeaderPhase) {
   EXPECT_EQ(blocks[0], 0x80);  // resetPhase
 }
 
-// Sample j of a run of 6-byte units 11 22 u 00 00 00 (u: unit index), little- or big-endian.
-uint32_t Expect24(uint32_t j, bool be) {
-  const uint32_t u = j / 2;
-  return j % 2 ? 0 : be ? 0x11220000u | u << 8 : u << 24 | 0x221100u;
-}
-
 TEST(Packed24, ReadersAndReinterleavers) {
   const uint32_t n = 35;
   Bytes packed(12 * n);  // 12-byte frames; packed[6 * i..] also forms a 6-byte run
@@ -160,7 +147,9 @@ TEST(Packed24, ReadersAndReinterleavers) {
     std::vector<uint32_t> mono(4 * n), out(2 * n), m32(2 * n);
     std::vector<int16_t> m16(2 * n);
     KVAudioConvertAES324Monoto32(mono.data(), packed.data(), 4 * n, be);
-    for (uint32_t j = 0; j < 4 * n; ++j) EXPECT_EQ(mono[j], Expect24(j, be)) << j;
+    // Sample j of the 6-byte units 11 22 u 00 00 00 (u = j / 2), little- or big-endian.
+    for (uint32_t j = 0; j < 4 * n; ++j)
+      EXPECT_EQ(mono[j], j % 2 ? 0 : be ? 0x11220000u | j / 2 << 8 : j / 2 << 24 | 0x221100u) << j;
     KVAudioConvertAES324Stereoto32(out.data(), packed.data(), n, be, 1, 12);  // pair at byte 6
     for (uint32_t i = 0; i < 2 * n; ++i) EXPECT_EQ(out[i], mono[4 * (i / 2) + 2 + i % 2]);
     // Stride 12: only A is offset (to byte 6); B starts at its first byte.
@@ -189,10 +178,9 @@ TEST(Packed24, ReadersAndReinterleavers) {
 TEST(Smpte302Write, HeaderPlacementAndReadBack) {
   struct Case { uint32_t channels; uint8_t id; int width; uint32_t frames; uint8_t old1, byte0, byte1; };
   const Case cases[] = {
-      {2, 0, 16, 2, 0xFF, 0x10, 0x00}, {2, 0, 32, 2, 0x00, 0x10, 0x00},  {4, 0, 32, 2, 0x00, 0x10, 0x40},
-      {4, 5, 16, 2, 0x00, 0x50, 0x41}, {6, 0, 32, 2, 0x00, 0x10, 0x80},  {6, 0xFF, 16, 0, 0x00, 0xD0, 0xBF},
-      {6, 5, 32, 2, 0x00, 0x50, 0x81}, {8, 0, 16, 2, 0x00, 0x10, 0xC0},  {8, 0, 32, 20, 0x00, 0x10, 0xC0},
-      {8, 5, 32, 2, 0x00, 0x50, 0xC1}, {3, 0, 16, 2, 0x80, 0x10, 0x80},
+      {2, 0, 16, 2, 0xFF, 0x10, 0x00}, {2, 0, 32, 2, 0x00, 0x10, 0x00},  {4, 5, 16, 2, 0x00, 0x50, 0x41},
+      {6, 0xFF, 16, 0, 0x00, 0xD0, 0xBF}, {6, 5, 32, 2, 0x00, 0x50, 0x81}, {8, 0, 16, 2, 0x00, 0x10, 0xC0},
+      {8, 0, 32, 20, 0x00, 0x10, 0xC0}, {8, 5, 32, 2, 0x00, 0x50, 0xC1},  {3, 0, 16, 2, 0x80, 0x10, 0x80},
   };
   const int16_t in16[] = {0x0001, -2, 0x7FFF, static_cast<int16_t>(0x8000)};
   const uint32_t in32[] = {0x12345FFFu, 0xFEDCBA98u, 0x00001000u, 0x80000000u};
@@ -233,7 +221,6 @@ TEST(Smpte302Read, AsymmetricTwentyFourBitReader) {
   g[3] = 0x0F;                      // right LSBs set, V,U,C,F clear: bits 4-11 read as 0
   KVAudioDeinterleaveAES_302_24bit_toStereo32(out.data(), p24.data(), 8, 2, 1);
   EXPECT_EQ(out[1] & 0xFF0u, 0u);
-  EXPECT_EQ(KVAudioDeinterleaveAES_302_24bit_toStereo32(out.data(), p24.data(), 8, 2, 0), 0u);
 }
 
 }  // namespace
