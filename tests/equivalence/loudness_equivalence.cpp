@@ -1,7 +1,6 @@
 // Loudness meter: plain loops and AVX2 kernels give bit-identical filter states and readings.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <vector>
 
 #include "equivalence.h"

@@ -3,19 +3,15 @@
 
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 #include "equivalence.h"
 #include "kvaudio/ltc.h"
 
 namespace {
 
-struct Step {
-  int result, interval;
-  unsigned consumed;
-  uint32_t accumulated, remaining;
-  uint8_t state;
-  bool operator==(const Step &) const = default;
-};
+// Per FindZX call: result, interval, consumed, and the detector's accumulated, remaining and state.
+using Step = std::tuple<int, int, unsigned, uint32_t, uint32_t, uint8_t>;
 
 // Sample frames whose channel holds runs of 1..80 samples of values at and around the thresholds
 // (or plain random bytes when `runs` is false). The input ends exactly at the end of its
