@@ -1,10 +1,9 @@
-// The support libraries: kvutil's error lines and recursive critical section, and tcxlat's
-// frame count <-> BCD time address conversion.
+// The support libraries: kvutil's recursive critical section, and tcxlat's frame count <-> BCD
+// time address conversion.
 #include <gtest/gtest.h>
 
 #include <thread>
 
-#include "frame/errors.h"
 #include "kvutil.h"
 #include "tcxlat.h"
 
@@ -52,14 +51,6 @@ TEST(Tcxlat, RejectsBadWords) {
   EXPECT_EQ(tc2Frame(Bcd(0, 10, 0, 0), 0x04 | kToFrame), 17982u);         // tenth minute kept
   EXPECT_EQ(tc2Frame(Bcd(25, 35, 35, 0), 0x10 | kToFrame), TCXLAT_INVALID);  // found by fuzzing
   EXPECT_EQ(tc2Frame(Bcd(25, 0, 0, 0), 0x10 | kToFrame | TCXLAT_NO_WRAP), 25u * 90000);
-}
-
-TEST(Kvutil, ErrorLinesAreWholeLines) {
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(kvaudio::ReportError(0xA80A8003), 0xA80A8003u);
-  ErrFmtOut(0xC0000000, 0, 0, "ERROR(audRemapping): %s\n\r", "text");
-  const std::string err = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(err, "audioUtil(0xA80A8003)\nERROR(audRemapping): text\n");
 }
 
 TEST(Kvutil, CriticalSectionIsRecursiveAndExcludes) {

@@ -12,7 +12,6 @@
 #include "kvaudio/avsync.h"
 #include "kvaudio/generator.h"
 #include "kvaudio/loudness.h"
-#include "kvaudio/peak.h"
 #include "kvaudio/qc.h"
 #include "kvaudio/remap.h"
 #include "test_util.h"
@@ -89,10 +88,6 @@ const Family kFamilies[] = {
        AudioRemap32Bit(wide.data(), 8, 1, kFrames, swap, nullptr, nullptr);
        AudioRemap16Bit(narrow.data(), 6, 1, kFrames, mix, peaks, rms);
        return Cat(wide, narrow, peaks, rms);
-     }},
-    {"Peak", [](int t) {
-       const auto s = Input<int16_t>(kFrames * 2, t);
-       return Cat(audTestPeak16S(s.data(), kFrames * 2), audTestPeak16M(s.data(), kFrames * 2));
      }},
     {"AvSync", [](int t) {
        std::vector<int16_t> buffer(900 * 2);
