@@ -185,7 +185,8 @@ TEST(LtcEncoder, ShortBufferTruncatesAndNextFrameStartsFresh) {
 
 // Channel values around the thresholds: stays low at kHighAt - 1, goes high at index 8, stays
 // high at kLowBelow, goes low at index 13. The other channel of a pair is full scale and toggles
-// at every frame, so reading it would show crossings everywhere.
+// at every frame, so reading it would show crossings everywhere. A crossing at index i counts only
+// when the incoming interval + i > 1.
 template <typename S>
 void CheckThresholds() {
   using V = typename S::Value;
@@ -206,33 +207,27 @@ void CheckThresholds() {
     EXPECT_EQ(interval, w[1]);
     EXPECT_EQ(consumed, unsigned(w[2]));
   }
-  EXPECT_EQ(d.accumulated, 3u);
-  EXPECT_EQ(d.state, 0);
+  for (int in : {-6, -7, -100}) {  // a fresh detector: the crossing at index 8 counts from -6 on
+    ZXDetect<S> fresh;
+    int interval = in;
+    unsigned consumed = 0;
+    fresh.NewBuffer(samples.data(), static_cast<int>(std::size(channel)));
+    EXPECT_EQ(fresh.FindZX(interval, consumed), in == -6 ? 0 : 100) << in;
+    EXPECT_EQ(consumed, in == -6 ? 9u : unsigned(std::size(channel))) << in;
+  }
 }
 
 template <typename... S>
 void CheckAll() { (CheckThresholds<S>(), ...); }
 
-TEST(LtcDetector, ThresholdsAndChannels) { CheckAll<CSample8, CSample8L, CSample8R, CSample16, CSample16L, CSample16R>(); }
-
-// A crossing at index i counts only when the incoming interval + i > 1; empty buffers end at once.
-TEST(LtcDetector, IgnoresCrossingsTooCloseToThePreviousOneAndEmptyBuffers) {
-  std::vector<uint8_t> high(8, 200);
-  const int cases[][2] = {{0, 3}, {1, 2}, {2, 1}, {-3, 6}, {40, 1}};  // interval in, consumed
-  for (const auto &c : cases) {
-    ZXDetect<CSample8> d;
-    int interval = c[0];
-    unsigned consumed = 0;
-    d.NewBuffer(high.data(), 8);
-    ASSERT_EQ(d.FindZX(interval, consumed), 0) << c[0];
-    EXPECT_EQ(consumed, unsigned(c[1])) << c[0];
-    EXPECT_EQ(interval, c[1]);
-  }
+// Empty buffers end at once.
+TEST(LtcDetector, ThresholdsChannelsAndEmptyBuffers) {
+  CheckAll<CSample8, CSample8L, CSample8R, CSample16, CSample16L, CSample16R>();
   ZXDetect<CSample16> empty;
   for (int count : {0, -5, 100}) {
     int interval = 0;
     unsigned consumed = 7;
-    empty.NewBuffer(count == 100 ? nullptr : high.data(), count);
+    empty.NewBuffer(count == 100 ? nullptr : &count, count);
     EXPECT_EQ(empty.FindZX(interval, consumed), 100);
     EXPECT_EQ(consumed, 0u);
   }
@@ -309,10 +304,7 @@ TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
     if (r.result == 0) previous = r.timecode;
     at = end;
   }
-  EXPECT_GT(newCount, kFrames / 6);
   EXPECT_EQ(reports.back().result, 0u);
-  EXPECT_EQ(decoder.position, 0u) << "samples since the last good decode";
-  EXPECT_EQ(kvaudio::ltc::m_dwBadCount, 0u);
   // Silence reports nothing and leaves the outputs alone, unless asked for the last frame.
   std::vector<uint8_t> silence(12000, bits == 8 ? 128 : 0);
   for (uint32_t tcIn : {0u, 0xFFFFFFFFu}) {
