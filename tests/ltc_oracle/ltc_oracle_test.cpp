@@ -19,8 +19,8 @@ struct Case {
   LTC_TV_STANDARD standard;
   SMPTETimecode first;  // the time address of frame kFirst; libltc counts on from it
 };
-const Case kCases[] = {{"25", ltctest::kRates[1], 25.0, LTC_TV_625_50, {"+0000", 0, 0, 0, 0, 11, 56, 0}},
-                       {"2997DF", ltctest::kRates[2], 30000.0 / 1001.0, LTC_TV_525_60, {"+0000", 0, 0, 0, 0, 9, 57, 8}}};
+const Case kCases[] = {{"25", ltctest::kRates[1], 25.0, LTC_TV_625_50, {"", 0, 0, 0, 0, 11, 56, 0}},
+                       {"2997DF", ltctest::kRates[2], 30000.0 / 1001.0, LTC_TV_525_60, {"", 0, 0, 0, 0, 9, 57, 8}}};
 
 class LtcOracle : public testing::TestWithParam<Case> {};
 
@@ -29,13 +29,11 @@ class LtcOracle : public testing::TestWithParam<Case> {};
 TEST_P(LtcOracle, LibltcReadsEveryFrameWeWrite) {
   const Case &c = GetParam();
   // One frame more than checked: a frame's last bit ends at the next frame's first transition.
-  const auto run = ltctest::EncodeRun(kSampleRate, 8, c.rate, kFirst, kFrames + 1);
+  auto run = ltctest::EncodeRun(kSampleRate, 8, c.rate, kFirst, kFrames + 1);
   LTCDecoder *d = ltc_decoder_create(static_cast<int>(kSampleRate / c.fps), 32);
-  ASSERT_NE(d, nullptr);
-  std::vector<uint8_t> copy(run.bytes);
   size_t at = 0, next = 0;
   for (uint32_t k = 0; k <= kFrames; ++k) {
-    ltc_decoder_write(d, copy.data() + at, run.lengths[k], static_cast<ltc_off_t>(at));
+    ltc_decoder_write(d, run.bytes.data() + at, run.lengths[k], static_cast<ltc_off_t>(at));
     at += run.lengths[k];
     LTCFrameExt got;
     while (ltc_decoder_read(d, &got)) {
@@ -53,13 +51,11 @@ TEST_P(LtcOracle, LibltcReadsEveryFrameWeWrite) {
 TEST_P(LtcOracle, WeReadExactlyTheAcceptedFramesLibltcWrites) {
   const Case &c = GetParam();
   LTCEncoder *e = ltc_encoder_create(kSampleRate, c.fps, c.standard, 0);
-  ASSERT_NE(e, nullptr);
   std::vector<uint8_t> signal;
   std::vector<size_t> starts;
   std::vector<bool> accepted;
   std::vector<uint8_t> frameSamples(ltc_encoder_get_buffersize(e));
-  SMPTETimecode first = c.first;
-  ltc_encoder_set_timecode(e, &first);
+  ltc_encoder_set_timecode(e, const_cast<SMPTETimecode *>(&c.first));
   for (uint32_t k = 0; k <= kFrames; ++k) {
     ltc_encoder_set_user_bits(e, ltctest::UserBitsOf(kFirst + k));
     LTCFrame f;
@@ -67,9 +63,7 @@ TEST_P(LtcOracle, WeReadExactlyTheAcceptedFramesLibltcWrites) {
     f.dfbit = (c.rate.flags & 4) ? 1 : 0;  // libltc leaves the drop-frame bit to its caller
     ltc_frame_set_parity(&f, c.standard);
     ltc_encoder_set_frame(e, &f);
-    uint8_t raw[10];
-    std::memcpy(raw, &f, 10);
-    accepted.push_back(ltctest::PassesPolarity(raw));
+    accepted.push_back(ltctest::PassesPolarity(reinterpret_cast<const uint8_t *>(&f)));
     ltc_encoder_encode_frame(e);
     const int n = ltc_encoder_copy_buffer(e, frameSamples.data());
     starts.push_back(signal.size());
@@ -94,14 +88,13 @@ TEST_P(LtcOracle, WeReadExactlyTheAcceptedFramesLibltcWrites) {
   uint32_t previous = reports[0].result == 0 ? reports[0].timecode : 0xFFFFFFFF;
   for (uint32_t j = 1; j < kFrames; ++j) {
     const auto &r = reports[j];
-    const uint32_t frame = kFirst + j;
     if (accepted[j]) {
-      ASSERT_EQ(r.result, 0u) << "frame " << frame;
-      ASSERT_EQ(r.timecode, frame);
-      ASSERT_EQ(r.userBits, ltctest::UserBitsOf(frame));
+      ASSERT_EQ(r.result, 0u) << "frame " << kFirst + j;
+      ASSERT_EQ(r.timecode, kFirst + j);
+      ASSERT_EQ(r.userBits, ltctest::UserBitsOf(kFirst + j));
       ASSERT_EQ(r.flags, c.rate.decodeOut);
     } else if (r.result == 0) {
-      ASSERT_EQ(r.timecode, previous) << "frame " << frame << " is not accepted but reported";
+      ASSERT_EQ(r.timecode, previous) << "frame " << kFirst + j << " is not accepted but reported";
     }
     if (r.result == 0) previous = r.timecode;
   }
