@@ -301,6 +301,7 @@ TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
   }
   EXPECT_EQ(reports.back().result, 0u);
   EXPECT_EQ(decoder.position, 0u) << "samples since the last good decode";
+  EXPECT_EQ(kvaudio::ltc::m_dwBadCount, 0u);
   // Silence reports nothing and leaves the outputs alone, unless asked for the last frame.
   std::vector<uint8_t> silence(12000, bits == 8 ? 128 : 0);
   for (uint32_t tcIn : {0u, 0xFFFFFFFFu}) {
