@@ -217,8 +217,8 @@ void CheckThresholds() {
 template <typename... S>
 void CheckAll() { (CheckThresholds<S>(), ...); }
 
-// Empty buffers end at once.
-TEST(LtcDetector, ThresholdsChannelsAndEmptyBuffers) {
+// Thresholds and channels of every detector (above), and empty buffers, which end at once.
+TEST(LtcDetector, IgnoresCrossingsTooCloseToThePreviousOneAndEmptyBuffers) {
   CheckAll<CSample8, CSample8L, CSample8R, CSample16, CSample16L, CSample16R>();
   ZXDetect<CSample16> empty;
   for (int count : {0, -5, 100}) {
