@@ -70,12 +70,11 @@ inline std::vector<Report> DecodeInChunks(const std::vector<uint8_t> &stream, si
   smpteSetup(8000, bits, stereo, channel, r.flags, 0);
   smpteSetup(static_cast<int32_t>(sampleRate), bits, stereo, channel, r.flags, 0);
   smpteSetup(static_cast<int32_t>(sampleRate + 65536), 24 - bits, !stereo, !channel, r.flags, 0);  // same 16 low bits: ignored
-  std::vector<uint8_t> copy(stream);
   std::vector<Report> reports;
-  const size_t total = copy.size() / frameBytes;
+  const size_t total = stream.size() / frameBytes;
   for (size_t at = 0, c = 0; at < total; ++c) {
     const size_t n = std::min(chunks[c % chunks.size()], total - at);
-    smpteDecodeSetBuffer(copy.data() + at * frameBytes, static_cast<int32_t>(n));
+    smpteDecodeSetBuffer(const_cast<uint8_t *>(stream.data()) + at * frameBytes, static_cast<int32_t>(n));
     Report rep{0, 0, 0, r.decodeIn};
     rep.result = smpteDecode(&rep.timecode, &rep.userBits, &rep.flags);
     reports.push_back(rep);

@@ -39,9 +39,7 @@ Bits HandBuilt(uint32_t count, uint32_t user, uint32_t flags) {
   const bool layout25 = flags & 8;
   b[43] = layout25;
   b[59] = !layout25;
-  const int polarity = layout25 ? 59 : 27;
-  b[polarity] = false;
-  b[polarity] = (80 - b.count()) % 2;  // even count of zeros over all 80 bits
+  b[layout25 ? 59 : 27] = (80 - b.count()) % 2;  // even count of zeros over all 80 bits
   return b;
 }
 
@@ -71,14 +69,12 @@ TEST(SmpteFrame, FlagsAndAddressesInvalidAtTheRate) {
   SMPTE_FRAME nonDrop, drop;
   nonDrop.SetFrame(27, 0, 0);  // 00:00:00:27
   drop.SetFrame(100, 0, 4);
-  const uint32_t cases[][3] = {{0, 0, 2}, {0, 4, 8}, {0, 8, 8}, {0, 0x101, 1}, {0, 0x400, 2},
-                               {1, 0, 4}, {1, 8, 4}, {1, 0xFF, 4}};  // drop frame?, flags in, out
+  const uint32_t cases[][3] = {{0, 0, 2}, {0, 4, 8}, {0, 0x101, 1}, {0, 0x400, 2}, {1, 0xFF, 4}};  // drop bit, in, out
   for (const auto &c : cases) EXPECT_EQ((c[0] ? drop : nonDrop).GetFlags(c[1]), c[2]) << c[0] << " " << c[1];
   for (uint32_t expected : {8u, 4u}) {  // drop-frame expected, non-drop sent: read as 25 fps
     uint32_t count = 0, user = 0, flags = expected;
     EXPECT_EQ(nonDrop.DecodeFrame(count, user, flags), SMPTE_BAD_ADDRESS);
     EXPECT_EQ(count, 0xFFFFFFFFu);
-    EXPECT_EQ(flags, 8u);
   }
 }
 
@@ -185,7 +181,8 @@ TEST(LtcEncoder, ShortBufferTruncatesAndNextFrameStartsFresh) {
 
 // Channel values around the thresholds: stays low at kHighAt - 1, goes high at index 8, stays
 // high at kLowBelow, goes low at index 13. The other channel of a pair is full scale and toggles
-// at every frame, so reading it would show crossings everywhere.
+// at every frame, so reading it would show crossings everywhere. A crossing at index i counts only
+// when the incoming interval + i > 1.
 template <typename S>
 void CheckThresholds() {
   using V = typename S::Value;
@@ -207,32 +204,27 @@ void CheckThresholds() {
     EXPECT_EQ(consumed, unsigned(w[2]));
   }
   EXPECT_EQ(d.accumulated, 3u);
-  EXPECT_EQ(d.state, 0);
+  for (int in : {-6, -7, -100}) {  // a fresh detector: the crossing at index 8 counts from -6 on
+    ZXDetect<S> fresh;
+    int interval = in;
+    unsigned consumed = 0;
+    fresh.NewBuffer(samples.data(), static_cast<int>(std::size(channel)));
+    EXPECT_EQ(fresh.FindZX(interval, consumed), in == -6 ? 0 : 100) << in;
+    EXPECT_EQ(consumed, in == -6 ? 9u : unsigned(std::size(channel))) << in;
+  }
 }
 
 template <typename... S>
 void CheckAll() { (CheckThresholds<S>(), ...); }
 
-TEST(LtcDetector, ThresholdsAndChannels) { CheckAll<CSample8, CSample8L, CSample8R, CSample16, CSample16L, CSample16R>(); }
-
-// A crossing at index i counts only when the incoming interval + i > 1; empty buffers end at once.
+// Thresholds and channels of every detector (above), and empty buffers, which end at once.
 TEST(LtcDetector, IgnoresCrossingsTooCloseToThePreviousOneAndEmptyBuffers) {
-  std::vector<uint8_t> high(8, 200);
-  const int cases[][2] = {{0, 3}, {1, 2}, {2, 1}, {-3, 6}, {40, 1}};  // interval in, consumed
-  for (const auto &c : cases) {
-    ZXDetect<CSample8> d;
-    int interval = c[0];
-    unsigned consumed = 0;
-    d.NewBuffer(high.data(), 8);
-    ASSERT_EQ(d.FindZX(interval, consumed), 0) << c[0];
-    EXPECT_EQ(consumed, unsigned(c[1])) << c[0];
-    EXPECT_EQ(interval, c[1]);
-  }
+  CheckAll<CSample8, CSample8L, CSample8R, CSample16, CSample16L, CSample16R>();
   ZXDetect<CSample16> empty;
   for (int count : {0, -5, 100}) {
     int interval = 0;
     unsigned consumed = 7;
-    empty.NewBuffer(count == 100 ? nullptr : high.data(), count);
+    empty.NewBuffer(count == 100 ? nullptr : &count, count);
     EXPECT_EQ(empty.FindZX(interval, consumed), 100);
     EXPECT_EQ(consumed, 0u);
   }
@@ -266,20 +258,18 @@ TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
   const auto &[rate, sampleRate, bits, layout] = GetParam();
   const bool backwards = layout == kBackwards;
   SCOPED_TRACE(rate.name);
-  const auto run = ltctest::EncodeRun(sampleRate, bits, rate, kFirst, kFrames);
+  auto run = ltctest::EncodeRun(sampleRate, bits, rate, kFirst, kFrames);
   const size_t width = bits / 8, total = run.bytes.size() / width;
   std::vector<size_t> done(kFrames, SIZE_MAX);
   std::vector<bool> accepted(kFrames);
   for (size_t k = 0, start = 0; k < kFrames; start += run.lengths[k++]) {
     accepted[k] = ltctest::PassesPolarity(run.frames[k].bytes) && !(backwards && (run.frames[k].bytes[0] & 1));
-    if (!backwards && k > 0) done[k - 1] = start;
-    if (backwards && k > 0) done[k] = total - start;
+    if (k > 0) done[backwards ? k : k - 1] = backwards ? total - start : start;
   }
-  std::vector<uint8_t> stream(run.bytes);
   for (size_t i = 0; backwards && i < total / 2; ++i)
-    std::swap_ranges(&stream[i * width], &stream[(i + 1) * width], &stream[(total - 1 - i) * width]);
-  if (layout == kStereo) stream = AsStereo(stream, width);
-  const auto reports = ltctest::DecodeInChunks(stream, width * (layout == kStereo ? 2 : 1), sampleRate, bits,
+    std::swap_ranges(&run.bytes[i * width], &run.bytes[(i + 1) * width], &run.bytes[(total - 1 - i) * width]);
+  if (layout == kStereo) run.bytes = AsStereo(run.bytes, width);
+  const auto reports = ltctest::DecodeInChunks(run.bytes, width * (layout == kStereo ? 2 : 1), sampleRate, bits,
                                                layout == kStereo, bits == 8, rate, kChunks);
   bool started = false;
   size_t newCount = 0;
@@ -309,7 +299,6 @@ TEST_P(LtcRoundTrip, ReportsEveryAcceptedFrameInTheChunkWhereItCompletes) {
     if (r.result == 0) previous = r.timecode;
     at = end;
   }
-  EXPECT_GT(newCount, kFrames / 6);
   EXPECT_EQ(reports.back().result, 0u);
   EXPECT_EQ(decoder.position, 0u) << "samples since the last good decode";
   EXPECT_EQ(kvaudio::ltc::m_dwBadCount, 0u);
