@@ -62,7 +62,8 @@ struct Report {
 };
 
 // Sets up the decoder afresh for the layout (at another rate first, so that the set-up is not
-// skipped; a rate with the same low 16 bits leaves it alone), then decodes the stream in chunks cycling through `chunks` sample frames.
+// skipped; a rate with the same low 16 bits leaves it alone), then decodes the stream in chunks
+// cycling through `chunks` sample frames.
 inline std::vector<Report> DecodeInChunks(const std::vector<uint8_t> &stream, size_t frameBytes,
                                           uint32_t sampleRate, uint32_t bits, int stereo, int channel,
                                           const Rate &r, const std::vector<size_t> &chunks) {
