@@ -1,6 +1,7 @@
 // End-to-end runs of the kvaudio binary: round trips through files, exit codes, bad input.
 #include <cmath>
 #include <cstring>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -92,10 +93,9 @@ TEST_F(Cli, LoudnessStandardReadingsAndExitCodes) {
     const char *violations;
     int code;
   };
-  const double db23 = std::pow(10.0, -23.0 / 20);
   const Case cases[] = {
-      {"s23.wav", "--standard ebu-r128", db23, 1000, 0, -23.0, -23.0, -23.0, "[]", 0},
-      {"f23.wav", "--standard 1", db23, 1000, 0, -23.0, -23.0, -23.0, "[]", 0},
+      {"s23.wav", "--standard ebu-r128", std::pow(10.0, -23.0 / 20), 1000, 0, -23.0, -23.0, -23.0, "[]", 0},
+      {"f23.wav", "--standard 1", std::pow(10.0, -23.0 / 20), 1000, 0, -23.0, -23.0, -23.0, "[]", 0},
       {"f3.wav", "--standard ebu-r128", std::sqrt(2.0), 1000, 0, 3.0, 3.0, 3.0,
        R"(["integrated-above-target","true-peak-above-maximum"])", 1},
       // 12 kHz at half scale, sampled at 45 degrees: samples at -9.03 dBFS, true peak -6.02 dBTP.
@@ -127,27 +127,26 @@ TEST_F(Cli, LoudnessStandardReadingsAndExitCodes) {
 
 // Encoded LTC decodes to the frame that ends where each decoded frame ends, on the channel asked for.
 TEST_F(Cli, LtcEncodeThenDecode) {
-  struct Case { const char *fps, *start; uint64_t startCount, perDay; int rate; };
+  struct Case { std::string fps; const char *start; uint64_t startCount, perDay; int rate; };
   const Case cases[] = {{"24", "23:59:58:00", 2073552, 2073600, 44100},  // wraps at midnight
                         {"30", "00:10:00:00", 18000, 2592000, 48000}, {"29.97", "00:00:59:28", 1798, 2592000, 48000},
                         {"29.97df", "00:00:59;28", 1798, 2589408, 48000},  // crosses a dropped pair
                         {"25", "12:34:56:00", 1132400, 2160000, 48000}};
   for (const Case &c : cases) {
-    const std::string fps = c.fps;
-    ASSERT_EQ(Kvaudio("ltc encode ltc.wav --duration 45 --fps " + fps + " --start '" + c.start + "' --rate " +
-                      std::to_string(c.rate)).code, 0) << fps;
-    Result run = Kvaudio("ltc decode ltc.wav --json --fps " + fps);
+    ASSERT_EQ(Kvaudio("ltc encode ltc.wav --duration 45 --fps " + c.fps + " --start '" + c.start + "' --rate " +
+                      std::to_string(c.rate)).code, 0) << c.fps;
+    Result run = Kvaudio("ltc decode ltc.wav --json --fps " + c.fps);
     ASSERT_EQ(run.code, 0) << run.err;
     Json frames = run.json()["frames"];
     EXPECT_EQ(Keys(run.json()) + ", " + Keys(frames[0]),
               "file sampleRate channel frames, timecode frameCount userBits dropFrame endSample endSeconds programmeTimecode");
     // 45 s spans several 1000-frame encoder blocks; about half the frames decode, the first may not.
-    const double perSecond = fps.find('.') == std::string::npos ? std::stod(fps) : 30000.0 / 1001;
-    EXPECT_GT(frames.size(), size_t(45 * perSecond * 0.4)) << fps;
+    const double perSecond = c.fps.find('.') == std::string::npos ? std::stod(c.fps) : 30000.0 / 1001;
+    EXPECT_GT(frames.size(), size_t(45 * perSecond * 0.4)) << c.fps;
     for (size_t i = 1; i < frames.size(); ++i) {
       uint64_t k = uint64_t(std::lround(frames[i]["endSample"].get<double>() * perSecond / c.rate)) - 1;
-      EXPECT_EQ(frames[i]["frameCount"].get<uint64_t>(), (c.startCount + k) % c.perDay) << fps << " " << i;
-      if (frames[i]["frameCount"] == 1800 && fps == "29.97df") { EXPECT_EQ(frames[i]["timecode"], "00:01:00;02"); }
+      EXPECT_EQ(frames[i]["frameCount"].get<uint64_t>(), (c.startCount + k) % c.perDay) << c.fps << " " << i;
+      if (frames[i]["frameCount"] == 1800 && c.fps == "29.97df") { EXPECT_EQ(frames[i]["timecode"], "00:01:00;02"); }
     }
   }
   const std::string ltc = WavData("ltc.wav");  // 25 fps from 12:34:56:00
@@ -176,7 +175,6 @@ TEST_F(Cli, AvsyncInsertThenDetect) {
     EXPECT_EQ(r["position"].get<uint64_t>(), uint64_t(c.frame) * c.rate / 25) << in;
     EXPECT_EQ(r["videoFrame"], c.frame);
     EXPECT_NEAR(r["offsetMs"].get<double>(), 0.0, 1e-6);
-    // A search window that ends before the burst does not see it (exit 1).
     double before = c.frame / 25.0 - 0.5;
     EXPECT_EQ(Kvaudio("avsync detect b" + in + " --to " + std::to_string(before)).code, 1) << in;
     EXPECT_EQ(Kvaudio("avsync detect b" + in + " --from " + std::to_string(before)).code, 0) << in;
@@ -189,9 +187,8 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   constexpr long kPerFrame = 48000 / 25;
   std::vector<int16_t> pcm = Sine(2, 0x3, 20);
   auto frame = [&](long n) { return pcm.begin() + n * kPerFrame * 2; };
-  // Frames 100-104 overdriven by 26 dB and clipped at full scale (the gain ramps over one cycle at
-  // each end, so no step shows as a click); 200-262 silent (2.5 s: past the 2 s minimum); channel 2
-  // lost for a second from frame 350.
+  // Frames 100-104 overdriven by 26 dB and clipped (the gain ramps over a cycle at each end: no click);
+  // 200-262 silent (2.5 s: past the 2 s minimum); channel 2 lost for a second from frame 350.
   for (auto s = frame(100); s < frame(105); ++s) {
     const long edge = std::min(s - frame(100), frame(105) - 1 - s) / 2;
     *s = int16_t(std::clamp(std::lround(*s * (1 + 19 * std::min(1.0, edge / 48.0))), -32767L, 32767L));
@@ -202,7 +199,6 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   pcm = Sine(2, 0x3, 70);
   std::fill(pcm.begin() + 1800 * 8008 / 5 * 2, pcm.begin() + 1830 * 8008 / 5 * 2, 0);
   WriteWav("ntsc.wav", 48000, 2, pcm);
-  // Report: frames, samples, passed. Events: name, timecodes, channels, samples, frames, rule.
   struct Case { const char *args, *report; std::set<std::string> events; };
   const Case cases[] = {
       {"faults.wav --fps 25 --start 10:00:00:00 --standard 1", "500 960000 false",
@@ -244,15 +240,17 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
   WriteWav("clean.wav", 48000, 2, Sine(2, 0x1, 8));
   const std::string args = "qc faults.wav clean.wav --fps 25 --json --start 10:00:00:00 --report rep --standard 1 -j ";
   Result batch = Kvaudio(args + "2");
-  EXPECT_EQ(batch.code, 1) << batch.err;
   EXPECT_EQ(Kvaudio(args + "1").out, batch.out);
   const Json files = batch.json()["files"];
   EXPECT_EQ(files[0], first);
-  // The plot renders as SVG; the reports of the batch and of the demo open in a browser.
+  // The plots render as SVG; the reports of the batch and of the demo open in a browser.
 #ifdef KVAUDIO_RSVG
+  ASSERT_EQ(Kvaudio("loudness faults.wav --plot loud.svg").code, 0);
   ASSERT_EQ(Kvaudio("qc faults.wav --plot qc.svg").code, 1);
-  EXPECT_EQ(std::system(("'" KVAUDIO_RSVG "' '" + Path("qc.svg") + "' -o '" + Path("qc.png") + "'").c_str()), 0);
-  EXPECT_GT(fs::exists(Path("qc.png")) ? fs::file_size(Path("qc.png")) : 0, 1000u);
+  for (const std::string svg : {"loud.svg", "qc.svg"}) {
+    EXPECT_EQ(std::system(("'" KVAUDIO_RSVG "' '" + Path(svg) + "' -o '" + Path(svg + ".png") + "'").c_str()), 0) << svg;
+    EXPECT_GT(fs::exists(Path(svg + ".png")) ? fs::file_size(Path(svg + ".png")) : 0, 1000u) << svg;
+  }
 #endif
 #ifdef KVAUDIO_CHROMIUM
   ASSERT_EQ(Kvaudio("demo --report demo.html").code, 0);
@@ -261,17 +259,20 @@ TEST_F(Cli, QcFindsInjectedFaultsAndReportsThem) {
     return Finish(Start("timeout 90 '" KVAUDIO_CHROMIUM "' --headless --disable-gpu --no-sandbox --user-data-dir=chrome "
                         "--virtual-time-budget=5000 --dump-dom 'file://" + Path(page) + "'", "/dev/null"), "/dev/null").out;
   };
+  const std::regex row("<tr class=\"ev-row[^\"]*\" data-i=\"\\d+\"><td class=\"num\">(\\d+)</td><td><span[^>]*>"
+                       "</span>([^<]*)</td><td>([^<]*)</td><td>([^<]*)</td>");
   const char *const pages[] = {"rep/faults.wav.html", "rep/clean.wav.html", "demo.html"};
   for (size_t i = 0; i < 3; ++i) {
     const std::string dom = open(pages[i]);
     EXPECT_NE(dom.find("data-ready=\"1\""), std::string::npos) << pages[i];
     EXPECT_NE(dom.find("<pre id=\"errors\"></pre>"), std::string::npos) << pages[i];
-    size_t rows = 0;
-    for (size_t at = 0; (at = dom.find("<tr class=\"ev-row", at)) != std::string::npos; ++at) ++rows;
-    EXPECT_TRUE(i < 2 ? rows == files[i]["events"].size() : rows >= 3) << pages[i] << " " << rows;  // the demo's faults
+    std::multiset<std::string> rows, want;
+    for (std::sregex_iterator m(dom.begin(), dom.end(), row), end; m != end; ++m)
+      rows.insert(m->str(1) + " " + m->str(2) + " " + m->str(3) + " " + m->str(4));
     for (const Json &e : i < 2 ? files[i]["events"] : Json::array())
-      EXPECT_NE(dom.find(e["name"].get<std::string>() + "</td><td>" + e["startTimecode"].get<std::string>() + "</td><td>" +
-                         e["endTimecode"].get<std::string>() + "</td>"), std::string::npos) << pages[i] << e;
+      want.insert(e["rule"].dump() + " " + std::string(e["name"]) + " " + std::string(e["startTimecode"]) + " " +
+                  std::string(e["endTimecode"]));
+    EXPECT_TRUE(i < 2 ? rows == want : rows.size() >= 3) << pages[i] << " " << rows.size();  // the demo has its faults
   }
   const std::string index = open("rep/index.html");
   for (const char *link : {"href=\"faults.wav.html\"", "href=\"clean.wav.html\""}) EXPECT_NE(index.find(link), std::string::npos);
@@ -292,7 +293,6 @@ TEST_F(Cli, LayoutChoosesTheMeasuredChannels) {
   Json two = Kvaudio("loudness pairs.wav --json --layout stereo2").json()["files"][0];
   EXPECT_NEAR(one["integrated"].get<double>(), -20.0, 0.05);
   EXPECT_TRUE(two["integrated"].is_null());
-  EXPECT_EQ(two["compat"]["analysis"]["channelPeaks"], Json::parse("[null, null, null, null]"));
 }
 
 }  // namespace

@@ -42,6 +42,7 @@ TEST_F(Media, PcmReadsAsItsWavWithTheFilesTimecode) {
   // Streams and channels are taken as asked: mono tracks 3 and 5, then only the second of them.
   Json loud = Kvaudio("loudness m.mxf --stream 3,5 --channels 2 --json").json()["files"][0];
   EXPECT_EQ(loud["channels"], 1);
+  EXPECT_EQ(loud["input"], "audio streams 3,5, channels 2");
   const std::string whole = Bytes("m.mxf");
   Write("cut.mxf", whole.substr(0, whole.size() / 2));
   ASSERT_EQ(Ffmpeg("-f lavfi -i testsrc=d=1:s=64x64 -c:v mpeg4 v.mp4"), 0);
