@@ -59,7 +59,6 @@ class Scratch : public ::testing::Test {
     return {std::istreambuf_iterator<char>(in), {}};
   }
   static void Write(const std::string &name, const std::string &bytes) { std::ofstream(Path(name), std::ios::binary) << bytes; }
-  // The sample bytes of a WAV file.
   static std::string WavData(const std::string &name) {
     const std::string all = Bytes(name);
     return all.find("data") == std::string::npos ? "" : all.substr(all.find("data") + 8);
